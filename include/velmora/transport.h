@@ -1,0 +1,119 @@
+/*
+ * The connection and credential record, and the one request call.
+ *
+ * A record is made with client_context_new (or client_context_init on the
+ * caller's storage), configured with the setters, handed to send_request,
+ * and released with client_context_free (or client_context_clean). The
+ * first record initialised in the process performs libcurl's global
+ * initialisation, once. Calls on one record must be serialised by the
+ * caller; distinct records may be used on distinct threads.
+ */
+#ifndef VELMORA_TRANSPORT_H
+#define VELMORA_TRANSPORT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "velmora/export.h"
+
+/*
+ * Optional texts are null when absent and otherwise strings the record
+ * owns. `clock_offset` (seconds added to the local clock when a request is
+ * stamped) and `verbose` (libcurl's trace) are read and written directly.
+ */
+struct client_context_s {
+  std::string *user;
+  std::string *password;
+  char *password_sha1; /* 40 hex digits and a NUL, from malloc */
+  std::string *host;
+  int port;
+  int64_t clock_offset;
+  uint8_t verbose;
+  std::string *token;
+  std::string *auth_key;
+};
+
+extern "C" {
+
+/* New record, initialised as client_context_init does. */
+VELMORA_EXPORT client_context_s *client_context_new(void);
+/*
+ * Fills a record that owns nothing: host "127.0.0.1", port 8888, no user,
+ * password, hash or token, offset 0, verbose off, and the key of
+ * "/etc/local_auth.key" ("NO KEY" when it gives none) as auth_key.
+ */
+VELMORA_EXPORT void client_context_init(client_context_s *context);
+/* Releases what the record owns; only init or freeing may follow. */
+VELMORA_EXPORT void client_context_clean(client_context_s *context);
+/* client_context_clean, then the record itself (from client_context_new). */
+VELMORA_EXPORT void client_context_free(client_context_s *context);
+
+/* The setters copy their text argument and return 0. */
+/* An empty name leaves the user absent: requests go unsigned. */
+VELMORA_EXPORT int client_context_set_user(client_context_s *context,
+                                           const char *user);
+/* Drops the password hash; an empty password leaves it absent. */
+VELMORA_EXPORT int client_context_set_password(client_context_s *context,
+                                               const char *password);
+/* Uses `hex` (40 lowercase hex digits of the password's SHA-1) as the
+ * signing key; the password becomes absent. */
+VELMORA_EXPORT int client_context_set_password_hash(client_context_s *context,
+                                                    const char *hex);
+/* The user name, lent; null when no user is set. */
+VELMORA_EXPORT const char *client_context_get_user(client_context_s *context);
+/* The password hash, lent; null until computed or given. */
+VELMORA_EXPORT char *client_context_get_password_sha1(client_context_s *context);
+/* An empty token is still a token: it selects the token scheme. */
+VELMORA_EXPORT int client_context_set_token(client_context_s *context,
+                                            const char *token);
+VELMORA_EXPORT int client_context_invalidate_token(client_context_s *context);
+VELMORA_EXPORT int client_context_set_host(client_context_s *context,
+                                           const char *host);
+VELMORA_EXPORT int client_context_set_port(client_context_s *context, int port);
+VELMORA_EXPORT int client_context_set_auth_key(client_context_s *context,
+                                               const char *key);
+
+} /* extern "C" */
+
+/* The first line of "/etc/local_auth.key" (at most 79 characters, line
+ * ends removed), or "NO KEY" when the file gives nothing. */
+VELMORA_EXPORT std::string getLocalAuthKey();
+
+/*
+ * POSTs `body` to "http://" host ":" port `path`, signed when a user is
+ * set, and returns:
+ *    0  status 200; `out` holds the reply body
+ *   -1  any other status but 401 (`out` holds the body), or the request
+ *       could not be made, or the token or auth_key holds a CR, LF or NUL
+ *       and would break a header line (nothing sent, `out` unchanged)
+ *   -2  the transfer failed ("Error: [code] - text" is printed on standard
+ *       output), or the server's date could not be parsed; `out` unchanged
+ *   -3  refused (401) for any reason but the date, or still refused after
+ *       two clock re-synchronisations; `out` unchanged
+ * A 401 with "auth_error: 1" corrects context->clock_offset from the
+ * reply's "Date:" and sends again, at most 3 attempts in all.
+ */
+VELMORA_EXPORT int send_request(client_context_s *context,
+                                const std::string &path,
+                                const std::string &body, std::string *out);
+
+/*
+ * Finds `name` (with its colon) anywhere in `headers`, in any letter case,
+ * and stores the text up to the next line feed in `value`: 0. Returns -1
+ * when the name is absent and -2 when no line feed follows; `value` is
+ * then unchanged.
+ */
+VELMORA_EXPORT int extract_header(std::string *headers, const std::string &name,
+                                  std::string &value);
+
+/* A new string (the caller deletes it) without the leading and trailing
+ * spaces of `text`, or null when `text` is empty. */
+VELMORA_EXPORT std::string *stripLeadingAndTrailingBlanks(std::string &text);
+
+/* Leftovers of a test tool, kept for compatibility; no transfer uses them. */
+VELMORA_EXPORT size_t reader(char *buffer, size_t size, size_t count,
+                             void *user);
+VELMORA_EXPORT void usage();
+
+#endif
