@@ -1,16 +1,66 @@
+/* What every value type shares: the text helpers and the envelope. */
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 
+#include "scalar.h"
 #include "velmora/values.h"
 
 void safe_free(void **slot) {
-  if (*slot != nullptr) {
+  if (slot != nullptr && *slot != nullptr) {
     free(*slot);
     *slot = nullptr;
   }
 }
 
 char *string_copier(char **slot, const char *text) {
-  *slot = strdup(text);
+  *slot = text != nullptr ? strdup(text) : nullptr;
   return *slot;
+}
+
+void *cell_dup(const void *cell, size_t size) {
+  if (cell == nullptr)
+    return nullptr;
+  void *copy = malloc(size);
+  if (copy != nullptr)
+    memcpy(copy, cell, size);
+  return copy;
+}
+
+const Json::Value &envelope_value(const Json::Value &in) {
+  /* The const lookup lends the member (or a shared null) where `get` would
+   * copy it, and accepts and refuses the same inputs. */
+  return in["__value__"];
+}
+
+Json::Value *envelope_write(Json::Value &out, const char *type,
+                            Json::Value value) {
+  out["__type__"] = type;
+  out["__value__"] = std::move(value);
+  return &out;
+}
+
+const char *member_text(const Json::Value &member, std::string &storage) {
+  if (member.isString())
+    return member.asCString();
+  storage = member.asString();
+  return storage.c_str();
+}
+
+Json::Value number_text(const char *format, ...) {
+  char buffer[32];
+  va_list args;
+  va_start(args, format);
+  int length = vsnprintf(buffer, sizeof buffer, format, args);
+  va_end(args);
+  if (length < static_cast<int>(sizeof buffer))
+    return Json::Value(buffer, buffer + (length > 0 ? length : 0));
+
+  /* Only "%f" of a huge double gets here; its text is kept whole so that
+   * it reads back as the value written. */
+  std::string whole(static_cast<size_t>(length) + 1, '\0');
+  va_start(args, format);
+  vsnprintf(&whole[0], whole.size(), format, args);
+  va_end(args);
+  return Json::Value(whole.data(), whole.data() + length);
 }
