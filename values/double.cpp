@@ -13,7 +13,7 @@ Json::Value *Double_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
     return envelope_write(out, "Double", Json::Value());
   return envelope_write(out, "Double",
-                        number_text("%f", static_cast<Double *>(value)->value));
+                        number_text(static_cast<Double *>(value)->value));
 }
 
 void *Double_deserialize(const Json::Value &in) {

@@ -21,8 +21,8 @@ void Long_setValue(void *value, int64_t number) {
 Json::Value *Long_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
     return envelope_write(out, "Long", Json::Value());
-  long long number = static_cast<Long *>(value)->value;
-  return envelope_write(out, "Long", number_text("%lld", number));
+  return envelope_write(out, "Long",
+                        number_text(static_cast<Long *>(value)->value));
 }
 
 void *Long_deserialize(const Json::Value &in) {

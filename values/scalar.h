@@ -4,6 +4,7 @@
 #define VELMORA_VALUES_SCALAR_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include <json/value.h>
@@ -25,8 +26,10 @@ Json::Value *envelope_write(Json::Value &out, const char *type,
  * string, else kept in `storage`. Throws as asString does. */
 const char *member_text(const Json::Value &member, std::string &storage);
 
-/* The printf rendering of one number as a JSON string, never cut. */
-Json::Value number_text(const char *format, ...)
-    __attribute__((format(printf, 1, 2)));
+/* A number's text as a JSON string, as "%lld", "%llu" and "%f" (in the
+ * process's numeric locale) write it, never cut. */
+Json::Value number_text(int64_t number);
+Json::Value number_text(uint64_t number);
+Json::Value number_text(double number);
 
 #endif

@@ -7,8 +7,8 @@
 Json::Value *ULong_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
     return envelope_write(out, "Long", Json::Value());
-  unsigned long long number = static_cast<ULong *>(value)->value;
-  return envelope_write(out, "Long", number_text("%llu", number));
+  return envelope_write(out, "Long",
+                        number_text(static_cast<ULong *>(value)->value));
 }
 
 void *ULong_deserialize(const Json::Value &in) {
