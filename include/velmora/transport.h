@@ -117,7 +117,8 @@ VELMORA_EXPORT int extract_header(std::string *headers, const std::string &name,
                                   std::string &value);
 
 /* A new string (the caller deletes it) without the leading and trailing
- * spaces of `text`, or null when `text` is empty. */
+ * spaces of `text` (only spaces give an empty string), or null when `text`
+ * is empty. Tabs and line ends are not blanks here. */
 VELMORA_EXPORT std::string *stripLeadingAndTrailingBlanks(std::string &text);
 
 /* Leftovers of a test tool, kept for compatibility; no transfer uses them. */
