@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <endian.h>
 
 #include "velmora/digest.h"
 
@@ -45,15 +46,14 @@ struct Tables {
 const Tables tables;
 
 uint64_t load_be64(const uint8_t *p) {
-  uint64_t v = 0;
-  for (int i = 0; i < 8; ++i)
-    v = v << 8 | p[i];
-  return v;
+  uint64_t v;
+  memcpy(&v, p, sizeof v);
+  return be64toh(v);
 }
 
 void store_le64(uint8_t *p, uint64_t v) {
-  for (int i = 0; i < 8; ++i)
-    p[i] = uint8_t(v >> (8 * i));
+  v = htole64(v);
+  memcpy(p, &v, sizeof v);
 }
 
 void put_pair(char *out, uint32_t twelve_bits) {
