@@ -14,8 +14,9 @@ namespace {
 const std::string base64_alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/* Marks a valid character pair; zero entries (most of the table, left as
- * loaded) are pairs with a character outside the alphabet. */
+/* Marks a valid character pair. The table lives in static storage, which
+ * starts zeroed, and only valid pairs are written: zero means a pair with a
+ * character outside the alphabet. */
 constexpr uint32_t kValidPair = 0x1000;
 constexpr uint8_t kNotInAlphabet = 0xFF;
 
@@ -23,7 +24,7 @@ struct Tables {
   /* The two characters of each 12-bit value. */
   char encode[4096][2];
   /* Indexed by two characters, the first in the low byte: kValidPair and
-   * their 12 bits. 128 KiB, of which the valid rows touch about 16. */
+   * their 12 bits. 128 KiB, of which the valid pairs touch about 16 KiB. */
   uint16_t decode_pair[65536];
   uint8_t sextet[256];
 
