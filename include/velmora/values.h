@@ -155,7 +155,12 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
 
 /* An ordered, growable sequence of values of one element type. The element
  * types "Unicode", "Integer" and "Boolean" are written and read as bare
- * JSON values when the list has no serializer or deserializer. */
+ * JSON values when the list has no serializer or deserializer; a null
+ * element of such a list is written as JSON null. Elements of any other
+ * type need both operations: without them each is written as null and
+ * entries are not read. Given a null container, the list, dictionary and
+ * result-page operations do nothing and return null, 0, or -1
+ * (list_compare, dict_remove). */
 struct list_s {
   int32_t nb_elements;
   int32_t capacity;
@@ -179,7 +184,8 @@ struct dict_entry_s {
 /* Entries of a text key and a value, in insertion order, on a ring that
  * passes through the record: `first` and `last` are the record itself
  * (cast) when the dictionary is empty. Keys may repeat; lookups find the
- * oldest entry. */
+ * oldest entry. Native and other element types are written and read as in
+ * a list. */
 struct dict_s {
   dict_entry_s *first;
   dict_entry_s *last;
@@ -248,7 +254,8 @@ VELMORA_EXPORT int32_t list_compare(list_s *a, list_s *b);
 VELMORA_EXPORT Json::Value *list_serialize(void *list, Json::Value &out);
 /* Appends the elements of `in` when its "__sub_type__" is a leading part of
  * the list's (absent counts as "Unknown"); otherwise prints "Out the loop"
- * on standard output and adds nothing. Returns `list`. */
+ * on standard output and adds nothing. An "__elements__" that is not an
+ * array adds nothing. Returns `list`. */
 VELMORA_EXPORT list_s *list_deserialize(list_s *list, const Json::Value &in);
 
 /* New empty dictionary of `sub_type` (copied) with the given operations. */
@@ -277,8 +284,10 @@ VELMORA_EXPORT void dict_copier(void **slot, void *dict);
 /* Writes "__type__" "Dict", "__sub_type__" and "__elements__" (one member
  * per distinct key, the oldest entry's value) into `out`; returns null. */
 VELMORA_EXPORT Json::Value *dict_serialize(void *dict, Json::Value &out);
-/* Adds the members of `in`'s "__elements__" when its "__sub_type__" fits,
- * silently nothing otherwise. Returns `dict`. */
+/* Adds the members of `in`'s "__elements__" (an object; anything else adds
+ * nothing), in ascending byte order of their names, when its
+ * "__sub_type__" fits; silently nothing otherwise. With a copier the value
+ * read is copied in and released. Returns `dict`. */
 VELMORA_EXPORT dict_s *dict_deserialize(dict_s *dict, const Json::Value &in);
 
 /* New result page with an empty list (as list_new) and total_items 0. */
@@ -350,7 +359,8 @@ VELMORA_EXPORT void ListInfo_deleter(void *list_info);
 } /* extern "C" */
 
 /* Adds `value`: through the copier when `copy` is non-zero and the list has
- * one, otherwise the handle itself, which then belongs to the list. */
+ * one, otherwise the handle itself, which then belongs to the list. A list
+ * already holding INT32_MAX elements adds nothing. */
 VELMORA_EXPORT void list_add_copy(list_s *list, void *value, bool_t copy);
 
 /* Releases every entry (values through the deleter when set), then the
