@@ -313,18 +313,24 @@ VELMORA_EXPORT result_set_s *result_set_deserialize(result_set_s *result_set,
                                                     const Json::Value &in);
 VELMORA_EXPORT void resultset_copier(void **slot, void *result_set);
 
-/* Ordering */
+/* Ordering. Given a null record, the record operations here and below do
+ * nothing: getters return 0 or null, copiers store null. */
 VELMORA_EXPORT void Ordering_init(Ordering *ordering);
 VELMORA_EXPORT Ordering *Ordering_new(void);
 VELMORA_EXPORT int32_t ordering_getAsc(Ordering *ordering);
 VELMORA_EXPORT void ordering_setAsc(Ordering *ordering, int32_t asc);
 /* Lent; null when never given. */
 VELMORA_EXPORT char *ordering_getOrder_by(Ordering *ordering);
-/* Stores a copy of `order_by` (which may be the record's own text). */
+/* Stores a copy of `order_by` (which may be the record's own text) and
+ * releases the text it held; null stores no text. */
 VELMORA_EXPORT void ordering_setOrder_by(Ordering *ordering,
                                          const char *order_by);
+/* Writes "asc" (true only for exactly 1) and "order_by" ("" when there is
+ * no text) whatever the mask says; returns &out. */
 VELMORA_EXPORT Json::Value *Ordering_serialize(void *ordering, Json::Value &out);
+/* A new record with both presence bits set, whatever `in` holds. */
 VELMORA_EXPORT void *Ordering_deserialize(const Json::Value &in);
+/* Copies the fields whose presence bits are set, with the whole mask. */
 VELMORA_EXPORT void Ordering_copier(void **slot, void *ordering);
 /* Releases the members the mask says the record owns, not the record. */
 VELMORA_EXPORT void Ordering_destroy(Ordering *ordering);
@@ -337,22 +343,31 @@ VELMORA_EXPORT int32_t listinfo_getLimit(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setLimit(ListInfo *list_info, int32_t limit);
 /* Lent. */
 VELMORA_EXPORT Ordering *listinfo_getOrder(ListInfo *list_info);
-/* Stores a copy of `order` (which may be the record's own) and marks it to
- * be written. */
+/* Stores a copy of `order` (which may be the record's own), releases the
+ * one held and marks it to be written; null leaves no order to write. */
 VELMORA_EXPORT void listinfo_setOrder(ListInfo *list_info, Ordering *order);
 /* Lent. */
 VELMORA_EXPORT dict_s *listinfo_getSearch_parameters(ListInfo *list_info);
-/* Stores a copy of `parameters` (which may be the record's own) and marks
- * it to be written. */
+/* Stores a copy of `parameters` (which may be the record's own, and keeps
+ * its element type), releases the one held and marks it to be written;
+ * null leaves nothing to write. */
 VELMORA_EXPORT void listinfo_setSearch_parameters(ListInfo *list_info,
                                                   dict_s *parameters);
 VELMORA_EXPORT int32_t listinfo_getOffset(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setOffset(ListInfo *list_info, int32_t offset);
+/* Writes "limit" and "offset" always, "order" and "search_parameters"
+ * only when their flags are exactly 1; returns &out. */
 VELMORA_EXPORT Json::Value *ListInfo_serialize(void *list_info,
                                                Json::Value &out);
+/* A new record with all four presence bits set (an empty Ordering and an
+ * empty Dict of "Unicode" when absent) and neither flag raised. */
 VELMORA_EXPORT void *ListInfo_deserialize(const Json::Value &in);
+/* Copies the fields whose presence bits are set, with the whole mask; the
+ * flags stay clear. */
 VELMORA_EXPORT void ListInfo_copier(void **slot, void *list_info);
-/* Releases the members the mask says the record owns, not the record. */
+/* Releases the members the mask says the record owns, not the record; the
+ * pointers and mask are left as they were, so apply ListInfo_init before
+ * using the record again. */
 VELMORA_EXPORT void ListInfo_destroy(ListInfo *list_info);
 VELMORA_EXPORT void ListInfo_deleter(void *list_info);
 
