@@ -12,6 +12,10 @@
 
 #include "velmora/values.h"
 
+/* A namespace of their own: each test source of this directory links into
+ * one program with the scalar tests' helpers. */
+namespace container_test {
+
 /* Compact JSON text; the JSON library writes object members in ascending
  * byte order of their names. */
 inline std::string render(const Json::Value &value) {
@@ -70,5 +74,7 @@ inline Json::Value *tag_serialize(void *tag, Json::Value &out) {
 inline void tag_copier(void **slot, void *tag) {
   *slot = tag_new(tag_label(tag));
 }
+
+} // namespace container_test
 
 #endif

@@ -11,6 +11,8 @@
 
 namespace {
 
+using namespace container_test;
+
 dict_s *integer_dict() {
   return dict_new("Integer", Integer_deleter, nullptr, nullptr, Integer_copier);
 }

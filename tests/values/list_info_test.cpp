@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace container_test;
+
 std::string serialized(ListInfo *list_info) {
   Json::Value out;
   EXPECT_EQ(ListInfo_serialize(list_info, out), &out);

@@ -10,6 +10,8 @@
 
 namespace {
 
+using namespace container_test;
+
 list_s *integer_list(const char *name = "Integer") {
   return list_new(name, Integer_deleter, nullptr, nullptr, Integer_copier);
 }

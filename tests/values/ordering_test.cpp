@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace container_test;
+
 std::string serialized(Ordering *ordering) {
   Json::Value out;
   EXPECT_EQ(Ordering_serialize(ordering, out), &out);

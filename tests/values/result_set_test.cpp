@@ -8,6 +8,8 @@
 
 namespace {
 
+using namespace container_test;
+
 result_set_s *integer_page() {
   return result_set_new("Integer", Integer_deleter, nullptr, nullptr,
                         Integer_copier);
