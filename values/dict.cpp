@@ -112,7 +112,7 @@ void dict_add(dict_s *dict, const char *key, void *value) {
   dict_entry_s *entry = static_cast<dict_entry_s *>(calloc(1, sizeof *entry));
   entry->key = strdup(key);
   if (dict->copier != nullptr)
-    dict->copier(&entry->value, value);
+    velmora::copy_element(dict->copier, &entry->value, value);
   else
     entry->value = value;
 

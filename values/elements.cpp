@@ -8,6 +8,15 @@
 
 namespace velmora {
 
+void copy_element(value_copier copier, void **slot, void *value) {
+  if (copier == reinterpret_cast<value_copier>(
+                    reinterpret_cast<void (*)()>(string_copier)))
+    string_copier(reinterpret_cast<char **>(slot),
+                  static_cast<const char *>(value));
+  else
+    copier(slot, value);
+}
+
 native_kind native_kind_of(const char *sub_type) {
   if (strcmp(sub_type, "Unicode") == 0)
     return native_kind::unicode;

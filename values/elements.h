@@ -8,6 +8,8 @@
 
 #include <json/value.h>
 
+#include "velmora/values.h"
+
 namespace velmora {
 
 enum class native_kind { none, unicode, integer, boolean };
@@ -27,6 +29,12 @@ void *native_from_json(native_kind kind, const Json::Value &entry);
 /* True when the "__sub_type__" of `in` ("Unknown" when absent) is a leading
  * part of `sub_type`; an empty text always fits. */
 bool sub_type_fits(const char *sub_type, const Json::Value &in);
+
+/* Calls `copier` on `slot` and `value`. The "Unicode" copier is
+ * string_copier, whose own type differs from the copier's shape; it is
+ * called as what it is, since a call through a pointer of another function
+ * type is undefined. */
+void copy_element(value_copier copier, void **slot, void *value);
 
 /* The member `name` of `in`, lent, or null when absent. Raises, as the JSON
  * library does, when `in` is neither null nor an object. */

@@ -64,7 +64,7 @@ void list_add_copy(list_s *list, void *value, bool_t copy) {
   }
   void **slot = &list->elements[list->nb_elements];
   if (copy != VELMORA_FALSE && list->copier != nullptr)
-    list->copier(slot, value);
+    velmora::copy_element(list->copier, slot, value);
   else
     *slot = value;
   list->nb_elements++;
