@@ -16,6 +16,7 @@
 /* Parses `size` bytes as JSON text; false when the text is not JSON. */
 inline bool parse_json(const uint8_t *data, size_t size, Json::Value &root) {
   Json::CharReaderBuilder builder;
+  builder["allowSpecialFloats"] = true; /* NaN and infinities reach readers */
   const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   const char *text = reinterpret_cast<const char *>(data);
   std::string errors;
