@@ -23,7 +23,7 @@
 namespace {
 
 constexpr int thread_count = 8;
-constexpr int rounds = 4;
+constexpr int rounds = 10;
 
 std::string date_in_an_hour() {
   const time_t later = time(nullptr) + 3600;
