@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+#include <openssl/hmac.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "test_bytes.h"
+#include "velmora/digest.h"
+
+namespace {
+
+std::string hmac_hex(const std::string &key, const std::string &data,
+                     int out_length = 20) {
+  char out[20];
+  hmac_sha(key.data(), int(key.size()), data.data(), int(data.size()), out,
+           out_length);
+  return to_hex(out, size_t(std::min(out_length, 20)));
+}
+
+TEST(HmacSha, Rfc2202Cases) {
+  const struct {
+    std::string key, data;
+    const char *hex;
+  } cases[] = {
+      {std::string(20, '\x0b'), "Hi There",
+       "b617318655057264e28bc0b6fb378c8ef146be00"},
+      {"Jefe", "what do ya want for nothing?",
+       "effcdf6ae5eb2fa2d27416d5f184df9c259a7c79"},
+      {std::string(20, '\xaa'), std::string(50, '\xdd'),
+       "125d7342b9ac11cd91a39af48aa17b4f63f175d3"},
+      {std::string("\x01\x02\x03\x04\x05\x06\x07\x08\x09\x0a\x0b\x0c\x0d"
+                   "\x0e\x0f\x10\x11\x12\x13\x14\x15\x16\x17\x18\x19"),
+       std::string(50, '\xcd'), "4c9007f4026250c6bc8414f9bf50c86c2d7235da"},
+      {std::string(20, '\x0c'), "Test With Truncation",
+       "4c1a03424b55e07fe7f27be1d58bb9324a9a5a04"},
+      {std::string(80, '\xaa'),
+       "Test Using Larger Than Block-Size Key - Hash Key First",
+       "aa4ae5e15272d00e95705637ce8a3b55ed402112"},
+      {std::string(80, '\xaa'),
+       "Test Using Larger Than Block-Size Key and Larger Than One "
+       "Block-Size Data",
+       "e8e99d0f45237d786d6bbaa7965c7808bbff1a91"},
+      {"", "", "fbdb1d1b18aa6c08324b7d64b71fb76370690e1d"},
+  };
+  for (const auto &c : cases)
+    EXPECT_EQ(hmac_hex(c.key, c.data), c.hex) << c.data;
+}
+
+TEST(HmacSha, KeysAroundTheBlockSizeMatchOpenSsl) {
+  std::mt19937 rng(3);
+  for (size_t key_size : {0, 1, 20, 63, 64, 65, 100, 1000}) {
+    for (size_t data_size : {0, 1, 55, 64, 200}) {
+      const std::string key = random_bytes(rng, key_size);
+      const std::string data = random_bytes(rng, data_size);
+      unsigned char expected[20];
+      unsigned int expected_size = 0;
+      HMAC(EVP_sha1(), key.data(), int(key.size()),
+           reinterpret_cast<const unsigned char *>(data.data()), data.size(),
+           expected, &expected_size);
+      EXPECT_EQ(hmac_hex(key, data), to_hex(expected, expected_size))
+          << key_size << "-byte key, " << data_size << " bytes";
+    }
+  }
+}
+
+std::string digest_of(const std::string &bytes) {
+  uint8_t *digest = sha1_hash(bytes.data(), bytes.size());
+  const std::string copy(reinterpret_cast<char *>(digest), 20);
+  free(digest);
+  return copy;
+}
+
+TEST(HmacSha, OnlyKeysLongerThanABlockAreHashed) {
+  const std::string long_key(65, 'k');
+  EXPECT_EQ(hmac_hex(long_key, "data"), hmac_hex(digest_of(long_key), "data"));
+  const std::string block_key(64, 'k');
+  EXPECT_NE(hmac_hex(block_key, "data"),
+            hmac_hex(digest_of(block_key), "data"));
+}
+
+TEST(HmacSha, WritesOnlyTheBytesAskedFor) {
+  const std::string full = hmac_hex("Jefe", "what do ya want for nothing?");
+  for (int wanted : {25, 20, 12, 1, 0, -1, -100}) {
+    char out[32];
+    memset(out, '#', sizeof out);
+    hmac_sha("Jefe", 4, "what do ya want for nothing?", 28, out, wanted);
+    const int written = std::max(0, std::min(wanted, 20));
+    EXPECT_EQ(to_hex(out, size_t(written)), full.substr(0, 2 * size_t(written)))
+        << wanted;
+    EXPECT_EQ(std::string(out + written, sizeof out - size_t(written)),
+              std::string(sizeof out - size_t(written), '#'))
+        << wanted;
+  }
+}
+
+TEST(HmacSha, NegativeDataLengthGivesZerosNotARead) {
+  char out[20];
+  memset(out, '#', sizeof out);
+  const char data[1] = {'x'};
+  hmac_sha("key", 3, data, -5, out, 20);
+  EXPECT_EQ(std::string(out, 20), std::string(20, '\0'));
+}
+
+TEST(Truncate, CopiesFrontToBackAndNothingForNonPositiveCounts) {
+  char source[] = "abcdef";
+  char destination[] = "......";
+  truncate(source, destination, 4);
+  EXPECT_STREQ(destination, "abcd..");
+  truncate(source, destination, 0);
+  truncate(source, destination, -3);
+  EXPECT_STREQ(destination, "abcd..");
+
+  /* Overlapping, destination one byte ahead: a forward copy smears. */
+  char overlap[] = "xyz...";
+  truncate(overlap, overlap + 1, 4);
+  EXPECT_STREQ(overlap, "xxxxx.");
+}
+
+TEST(ToHexString, RendersEveryByteValueInLowercase) {
+  char digest[20];
+  for (int i = 0; i < 20; ++i)
+    digest[i] = char(i);
+  char text[42];
+  memset(text, '#', sizeof text);
+  toHexString(digest, text);
+  EXPECT_STREQ(text, "000102030405060708090a0b0c0d0e0f10111213");
+  EXPECT_EQ(text[41], '#');
+
+  for (int i = 0; i < 20; ++i)
+    digest[i] = char(0xEC + i);
+  toHexString(digest, text);
+  EXPECT_EQ(std::string(text), to_hex(digest, 20));
+  EXPECT_EQ(std::string(text).substr(38), "ff");
+}
+
+TEST(PrSha, WritesPrefixDigitsAndFinalZero) {
+  char bytes[] = {'\x9c', '\x00', '\xff', '\x0a'};
+  const struct {
+    int count;
+    const char *text;
+  } cases[] = {{4, "0x9c00ff0a0"}, {1, "0x9c0"}, {0, "0x0"}, {-2, "0x0"}};
+  for (const auto &c : cases) {
+    int status = 0;
+    EXPECT_EQ(written_to_stream(
+                  [&](FILE *stream) { return pr_sha(stream, bytes, c.count); },
+                  &status),
+              c.text);
+    EXPECT_EQ(status, '0');
+  }
+  FILE *read_only = fopen("/dev/null", "r");
+  ASSERT_NE(read_only, nullptr);
+  EXPECT_EQ(pr_sha(read_only, bytes, 4), EOF);
+  fclose(read_only);
+}
+
+} // namespace

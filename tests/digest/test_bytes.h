@@ -1,0 +1,45 @@
+/* Small helpers shared by the digest tests. */
+#ifndef VELMORA_TEST_BYTES_H
+#define VELMORA_TEST_BYTES_H
+
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+
+inline std::string to_hex(const void *bytes, size_t count) {
+  static const char digits[] = "0123456789abcdef";
+  const uint8_t *p = static_cast<const uint8_t *>(bytes);
+  std::string text;
+  for (size_t i = 0; i < count; ++i) {
+    text += digits[p[i] >> 4];
+    text += digits[p[i] & 15];
+  }
+  return text;
+}
+
+inline std::string random_bytes(std::mt19937 &rng, size_t count) {
+  std::string bytes(count, '\0');
+  for (char &c : bytes)
+    c = static_cast<char>(rng());
+  return bytes;
+}
+
+/* Everything `write` puts into a temporary stream, and what it returned. */
+template <typename Write>
+std::string written_to_stream(Write write, int *status = nullptr) {
+  FILE *stream = tmpfile();
+  if (!stream)
+    return "<no tmpfile>";
+  int result = write(stream);
+  if (status)
+    *status = result;
+  std::string text;
+  rewind(stream);
+  for (int c; (c = fgetc(stream)) != EOF;)
+    text += static_cast<char>(c);
+  fclose(stream);
+  return text;
+}
+
+#endif
