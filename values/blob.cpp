@@ -1,0 +1,63 @@
+/* Blob: bytes carried as Base64 text. */
+#include <cstdlib>
+#include <cstring>
+
+#include "scalar.h"
+#include "velmora/digest.h"
+#include "velmora/values.h"
+
+namespace {
+
+/* The bytes that may be read: none behind a null pointer or a negative
+ * length. */
+int32_t readable_length(const Blob *blob) {
+  return blob->data != nullptr && blob->length > 0 ? blob->length : 0;
+}
+
+} // namespace
+
+Json::Value *Blob_serialize(void *value, Json::Value &out) {
+  if (value == nullptr)
+    return envelope_write(out, "Blob", Json::Value());
+  const Blob *blob = static_cast<Blob *>(value);
+  std::string text = base64_encode(blob->data, readable_length(blob));
+  return envelope_write(out, "Blob", Json::Value(text));
+}
+
+void *Blob_deserialize(const Json::Value &in) {
+  std::string text = envelope_value(in).asString();
+  char *data = nullptr;
+  int length = 0;
+  base64_decode(text, &data, length);
+  Blob *blob = static_cast<Blob *>(malloc(sizeof(Blob)));
+  if (blob == nullptr) {
+    free(data);
+    return nullptr;
+  }
+  blob->data = data;
+  blob->length = data != nullptr ? length : 0;
+  return blob;
+}
+
+void Blob_copier(void **slot, void *value) {
+  *slot = nullptr;
+  if (value == nullptr)
+    return;
+  const Blob *source = static_cast<Blob *>(value);
+  Blob *copy = static_cast<Blob *>(malloc(sizeof(Blob)));
+  if (copy == nullptr)
+    return;
+  int32_t length = readable_length(source);
+  copy->data = length > 0 ? static_cast<char *>(malloc(length)) : nullptr;
+  if (copy->data != nullptr)
+    memcpy(copy->data, source->data, length);
+  copy->length = copy->data != nullptr ? length : 0;
+  *slot = copy;
+}
+
+void Blob_deleter(void *value) {
+  if (value == nullptr)
+    return;
+  free(static_cast<Blob *>(value)->data);
+  free(value);
+}

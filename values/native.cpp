@@ -2,10 +2,12 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "scalar.h"
 #include "velmora/values.h"
 
 void *string_deserialize(const Json::Value &in) {
-  return strdup(in.asString().c_str());
+  std::string storage;
+  return strdup(member_text(in, storage));
 }
 
 void string_deleter(void *text) {
@@ -13,9 +15,7 @@ void string_deleter(void *text) {
 }
 
 void Integer_copier(void **slot, void *value) {
-  Integer *copy = static_cast<Integer *>(malloc(sizeof(Integer)));
-  *copy = *static_cast<Integer *>(value);
-  *slot = copy;
+  *slot = cell_dup(value, sizeof(Integer));
 }
 
 void Integer_deleter(void *value) {
@@ -23,9 +23,7 @@ void Integer_deleter(void *value) {
 }
 
 void Boolean_copier(void **slot, void *value) {
-  Boolean *copy = static_cast<Boolean *>(malloc(sizeof(Boolean)));
-  *copy = *static_cast<Boolean *>(value);
-  *slot = copy;
+  *slot = cell_dup(value, sizeof(Boolean));
 }
 
 void Boolean_deleter(void *value) {

@@ -1,0 +1,71 @@
+/* Time and Date: a signed 64-bit count carried as a JSON real. The two
+ * types differ only in their name. */
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+
+#include "scalar.h"
+#include "velmora/values.h"
+
+static_assert(sizeof(Time) == sizeof(Date), "Time and Date share code");
+
+namespace {
+
+/* Truncates toward zero. Outside the 64-bit range the conversion would be
+ * undefined, so it saturates instead, and NaN has no integer: it reads 0. */
+int64_t count_from_real(double real) {
+  if (std::isnan(real))
+    return 0;
+  if (real >= 9223372036854775808.0)
+    return INT64_MAX;
+  if (real <= -9223372036854775808.0)
+    return INT64_MIN;
+  return static_cast<int64_t>(real);
+}
+
+Json::Value *count_serialize(const char *type, void *value, Json::Value &out) {
+  if (value == nullptr)
+    return envelope_write(out, type, Json::Value());
+  /* Both cells are one int64_t, so Time serves for Date too. */
+  double real = static_cast<double>(static_cast<Time *>(value)->value);
+  return envelope_write(out, type, Json::Value(real));
+}
+
+void *count_deserialize(const Json::Value &in) {
+  Time cell = {count_from_real(envelope_value(in).asDouble())};
+  return cell_dup(&cell, sizeof cell);
+}
+
+} // namespace
+
+Json::Value *Time_serialize(void *value, Json::Value &out) {
+  return count_serialize("Time", value, out);
+}
+
+void *Time_deserialize(const Json::Value &in) {
+  return count_deserialize(in);
+}
+
+void Time_copier(void **slot, void *value) {
+  *slot = cell_dup(value, sizeof(Time));
+}
+
+void Time_deleter(void *value) {
+  free(value);
+}
+
+Json::Value *Date_serialize(void *value, Json::Value &out) {
+  return count_serialize("Date", value, out);
+}
+
+void *Date_deserialize(const Json::Value &in) {
+  return count_deserialize(in);
+}
+
+void Date_copier(void **slot, void *value) {
+  *slot = cell_dup(value, sizeof(Date));
+}
+
+void Date_deleter(void *value) {
+  free(value);
+}

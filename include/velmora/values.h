@@ -60,18 +60,25 @@ extern "C" {
 /* Frees `*slot` when it is not null and sets it to null. */
 VELMORA_EXPORT void safe_free(void **slot);
 
-/* Stores a strdup copy of `text` in `*slot` and returns it. Also the
- * copier of plain texts ("Unicode"). */
+/* Stores a strdup copy of `text` (null for a null text) in `*slot` and
+ * returns it; the slot's old text is not released. Also the copier of plain
+ * texts ("Unicode"). */
 VELMORA_EXPORT char *string_copier(char **slot, const char *text);
 
 /* ---- Numeric scalars -------------------------------------------------- */
+
+/* For every scalar type below: a null handle is accepted everywhere. Its
+ * envelope has a null "__value__" (read back as the empty value), its copy
+ * is null, and deleting it does nothing. A deserializer's conversion error
+ * is raised before anything is allocated; constructors, deserializers and
+ * copiers give null when memory runs out. */
 
 /* Long: "__value__" is "%lld" text, read back with strtoll base 10. */
 VELMORA_EXPORT Json::Value *Long_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Long_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Long_copier(void **slot, void *value);
 VELMORA_EXPORT void Long_deleter(void *value);
-/* The cell's integer. */
+/* The cell's integer (0 for a null handle). */
 VELMORA_EXPORT int64_t Long_getValue(void *value);
 /* Stores `number` in the cell. */
 VELMORA_EXPORT void Long_setValue(void *value, int64_t number);
@@ -84,7 +91,7 @@ VELMORA_EXPORT void ULong_deleter(void *value);
 
 /* Double: "%f" text (never cut), read back with strtod. Both follow the
  * process's numeric locale. */
-/* New cell whose number is not set yet; the caller stores one. */
+/* New cell holding 0.0 until the caller stores a number. */
 VELMORA_EXPORT void *Double_new(void);
 VELMORA_EXPORT Json::Value *Double_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Double_deserialize(const Json::Value &in);
@@ -122,7 +129,7 @@ VELMORA_EXPORT void *IP_new(void);
 /* The cell's text, lent; null for a fresh cell. */
 VELMORA_EXPORT char *ip_getValue(void *value);
 /* Stores a copy of `text` (which may be the cell's own text), releases the
- * old one, and returns the copy. */
+ * old one, and returns the copy. A null text leaves the cell without one. */
 VELMORA_EXPORT char *ip_setValue(void *value, const char *text);
 VELMORA_EXPORT Json::Value *IP_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *IP_deserialize(const Json::Value &in);
@@ -137,7 +144,8 @@ VELMORA_EXPORT void Ciphered_deleter(void *value);
 
 /* ---- Blob ------------------------------------------------------------- */
 
-/* "__value__" is the Base64 of the bytes. */
+/* "__value__" is the Base64 of the bytes. A negative `length` or a null
+ * `data` counts as no bytes. */
 VELMORA_EXPORT Json::Value *Blob_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Blob_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Blob_copier(void **slot, void *value);
