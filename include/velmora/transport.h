@@ -49,7 +49,8 @@ VELMORA_EXPORT void client_context_clean(client_context_s *context);
 /* client_context_clean, then the record itself (from client_context_new). */
 VELMORA_EXPORT void client_context_free(client_context_s *context);
 
-/* The setters copy their text argument and return 0. */
+/* The setters copy their text argument and return 0; a null text clears
+ * an optional field (the host becomes empty). */
 /* An empty name leaves the user absent: requests go unsigned. */
 VELMORA_EXPORT int client_context_set_user(client_context_s *context,
                                            const char *user);
@@ -81,18 +82,26 @@ VELMORA_EXPORT int client_context_set_auth_key(client_context_s *context,
 VELMORA_EXPORT std::string getLocalAuthKey();
 
 /*
- * POSTs `body` to "http://" host ":" port `path`, signed when a user is
- * set, and returns:
+ * POSTs `body` (all its bytes, not copied) to "http://" host ":" port
+ * `path`. With a user set, the request carries "Date:" and an
+ * "AUTHENTICATION:" line signed with HMAC-SHA1 under the token or else
+ * under the password's SHA-1 (computed once, kept in the record); the
+ * "LOCAL_AUTH_KEY:" line goes with every request that has an auth_key.
+ * Returns:
  *    0  status 200; `out` holds the reply body
- *   -1  any other status but 401 (`out` holds the body), or the request
- *       could not be made, or the token or auth_key holds a CR, LF or NUL
- *       and would break a header line (nothing sent, `out` unchanged)
+ *   -1  any other status but 401 (`out` holds the body); or nothing was
+ *       sent and `out` is unchanged: a null record or `out`, no libcurl
+ *       handle, a date that cannot be stamped, a NUL in the path or host,
+ *       or a token (when sent) or auth_key holding a CR, LF or NUL, which
+ *       would break a header line
  *   -2  the transfer failed ("Error: [code] - text" is printed on standard
- *       output), or the server's date could not be parsed; `out` unchanged
- *   -3  refused (401) for any reason but the date, or still refused after
+ *       output, no line end), or a refusal's "Date:" could not be parsed;
+ *       `out` unchanged
+ *   -3  refused (401) without "auth_error: 1" or without a "Date:" line,
+ *       an unsigned request refused for its date, or still refused after
  *       two clock re-synchronisations; `out` unchanged
- * A 401 with "auth_error: 1" corrects context->clock_offset from the
- * reply's "Date:" and sends again, at most 3 attempts in all.
+ * A 401 with "auth_error: 1" adds the server's "Date:" minus the request's
+ * date to context->clock_offset and sends again: at most 3 attempts.
  */
 VELMORA_EXPORT int send_request(client_context_s *context,
                                 const std::string &path,
@@ -108,7 +117,8 @@ VELMORA_EXPORT int extract_header(std::string *headers, const std::string &name,
                                   std::string &value);
 
 /* A new string (the caller deletes it) without the leading and trailing
- * spaces of `text`, or null when `text` is empty. */
+ * spaces of `text` (only spaces give an empty string), or null when `text`
+ * is empty. Tabs and line ends are not blanks here. */
 VELMORA_EXPORT std::string *stripLeadingAndTrailingBlanks(std::string &text);
 
 /* Leftovers of a test tool, kept for compatibility; no transfer uses them. */

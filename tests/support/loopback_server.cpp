@@ -1,0 +1,182 @@
+#include "loopback_server.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <stdexcept>
+#include <strings.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+/* How long a silent client may keep the one serving thread. */
+const int read_timeout_ms = 5000;
+
+int bound_socket(int &port) {
+  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0)
+    throw std::runtime_error("socket failed");
+  int on = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+      getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+    close(fd);
+    throw std::runtime_error("bind failed");
+  }
+  port = ntohs(address.sin_port);
+  return fd;
+}
+
+/* Appends what arrives within the time-out; false on end, error or silence. */
+bool receive_more(int fd, std::string &text) {
+  pollfd ready{fd, POLLIN, 0};
+  if (poll(&ready, 1, read_timeout_ms) <= 0)
+    return false;
+  char buffer[16384];
+  ssize_t n = recv(fd, buffer, sizeof buffer, 0);
+  if (n <= 0)
+    return false;
+  text.append(buffer, size_t(n));
+  return true;
+}
+
+size_t content_length(const std::string &head) {
+  for (const std::string &line : request_lines(head + "\r\n\r\n")) {
+    static const char name[] = "content-length:";
+    if (strncasecmp(line.c_str(), name, sizeof name - 1) == 0)
+      return strtoul(line.c_str() + sizeof name - 1, nullptr, 10);
+  }
+  return 0;
+}
+
+void send_all(int fd, const std::string &text) {
+  size_t sent = 0;
+  while (sent < text.size()) {
+    ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      return;
+    sent += size_t(n);
+  }
+}
+
+} // namespace
+
+LoopbackServer::LoopbackServer(std::vector<std::string> replies)
+    : LoopbackServer(Responder([replies = std::move(replies), next = size_t(0)](
+                                   const std::string &) mutable -> std::string {
+        if (replies.empty())
+          return "";
+        size_t at = next < replies.size() ? next++ : replies.size() - 1;
+        return replies[at];
+      })) {}
+
+LoopbackServer::LoopbackServer(Responder respond)
+    : respond_(std::move(respond)) {
+  listener_ = bound_socket(port_);
+  if (listen(listener_, 64) != 0 || pipe2(wake_, O_CLOEXEC) != 0) {
+    close(listener_);
+    throw std::runtime_error("listen failed");
+  }
+  thread_ = std::thread([this] { serve(); });
+}
+
+LoopbackServer::~LoopbackServer() {
+  char stop = 0;
+  (void)!write(wake_[1], &stop, 1);
+  thread_.join();
+  close(wake_[0]);
+  close(wake_[1]);
+  close(listener_);
+}
+
+std::vector<std::string> LoopbackServer::requests() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return requests_;
+}
+
+size_t LoopbackServer::request_count() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return requests_.size();
+}
+
+void LoopbackServer::serve() {
+  for (;;) {
+    pollfd ready[2] = {{listener_, POLLIN, 0}, {wake_[0], POLLIN, 0}};
+    if (poll(ready, 2, -1) < 0) {
+      if (errno == EINTR)
+        continue;
+      return;
+    }
+    if (ready[1].revents != 0)
+      return;
+    int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (connection < 0)
+      continue;
+    answer(connection);
+    close(connection);
+  }
+}
+
+void LoopbackServer::answer(int connection) {
+  std::string request;
+  size_t head_end;
+  while ((head_end = request.find("\r\n\r\n")) == std::string::npos)
+    if (!receive_more(connection, request))
+      break;
+  if (head_end != std::string::npos) {
+    size_t total = head_end + 4 + content_length(request.substr(0, head_end));
+    while (request.size() < total && receive_more(connection, request)) {
+    }
+  }
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    requests_.push_back(request);
+  }
+  send_all(connection, respond_(request));
+  shutdown(connection, SHUT_WR);
+}
+
+std::string http_reply(int status, const std::string &headers,
+                       const std::string &body) {
+  return "HTTP/1.1 " + std::to_string(status) + " Status\r\n" + headers +
+         "Content-Length: " + std::to_string(body.size()) +
+         "\r\nConnection: close\r\n\r\n" + body;
+}
+
+std::string request_head(const std::string &request) {
+  return request.substr(0, request.find("\r\n\r\n"));
+}
+
+std::string request_body(const std::string &request) {
+  size_t end = request.find("\r\n\r\n");
+  return end == std::string::npos ? "" : request.substr(end + 4);
+}
+
+std::vector<std::string> request_lines(const std::string &request) {
+  std::string head = request_head(request);
+  std::vector<std::string> lines;
+  size_t start = 0;
+  for (;;) {
+    size_t end = head.find("\r\n", start);
+    lines.push_back(head.substr(start, end - start));
+    if (end == std::string::npos)
+      return lines;
+    start = end + 2;
+  }
+}
+
+int closed_port() {
+  int port;
+  close(bound_socket(port));
+  return port;
+}
