@@ -1,11 +1,11 @@
 /* Base64 with the standard alphabet and "=" padding, on one line. Both
- * directions run on lookup tables derived from the alphabet at load: the
- * encoder turns 12 bits into two characters per lookup, the decoder turns
- * each character straight into its bits of the three output bytes. */
+ * directions run on lookup tables derived from the alphabet at load and
+ * work on two characters (12 bits) per lookup. */
 #include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <endian.h>
 
 #include "velmora/digest.h"
 
@@ -14,59 +14,78 @@ namespace {
 const std::string base64_alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-/* Set in a decode entry for a character outside the alphabet; valid entries
- * only use the low 24 bits. */
-constexpr uint32_t kNotInAlphabet = 0xFF000000;
+/* Marks a valid character pair. The table lives in static storage, which
+ * starts zeroed, and only valid pairs are written: zero means a pair with a
+ * character outside the alphabet. */
+constexpr uint32_t kValidPair = 0x1000;
+constexpr uint8_t kNotInAlphabet = 0xFF;
 
 struct Tables {
-  char pairs[4096][2];
-  /* decode[k][c]: the bits character c contributes, at position k of its
-   * group, to the group's three bytes, first byte lowest. */
-  uint32_t decode[4][256];
+  /* The two characters of each 12-bit value. */
+  char encode[4096][2];
+  /* Indexed by two characters, the first in the low byte: kValidPair and
+   * their 12 bits. 128 KiB, of which the valid pairs touch about 16 KiB. */
+  uint16_t decode_pair[65536];
+  uint8_t sextet[256];
 
   Tables() {
     for (int v = 0; v < 4096; ++v) {
-      pairs[v][0] = base64_alphabet[v >> 6];
-      pairs[v][1] = base64_alphabet[v & 63];
+      encode[v][0] = base64_alphabet[v >> 6];
+      encode[v][1] = base64_alphabet[v & 63];
     }
-    for (auto &row : decode)
-      for (uint32_t &entry : row)
-        entry = kNotInAlphabet;
-    for (uint32_t s = 0; s < 64; ++s) {
-      const unsigned char c = static_cast<unsigned char>(base64_alphabet[s]);
-      decode[0][c] = s << 2;
-      decode[1][c] = s >> 4 | (s & 15) << 12;
-      decode[2][c] = (s >> 2) << 8 | (s & 3) << 22;
-      decode[3][c] = s << 16;
-    }
+    memset(sextet, kNotInAlphabet, sizeof sextet);
+    for (int s = 0; s < 64; ++s)
+      sextet[static_cast<unsigned char>(base64_alphabet[s])] = uint8_t(s);
+    for (int high = 0; high < 64; ++high)
+      for (int low = 0; low < 64; ++low) {
+        const unsigned first =
+            static_cast<unsigned char>(base64_alphabet[high]);
+        const unsigned second =
+            static_cast<unsigned char>(base64_alphabet[low]);
+        decode_pair[first | second << 8] =
+            uint16_t(kValidPair | unsigned(high) << 6 | unsigned(low));
+      }
   }
 };
 
 const Tables tables;
 
 uint64_t load_be64(const uint8_t *p) {
-  uint64_t v = 0;
-  for (int i = 0; i < 8; ++i)
-    v = v << 8 | p[i];
-  return v;
+  uint64_t v;
+  memcpy(&v, p, sizeof v);
+  return be64toh(v);
 }
 
-void store_le64(uint8_t *p, uint64_t v) {
-  for (int i = 0; i < 8; ++i)
-    p[i] = uint8_t(v >> (8 * i));
+void store_be64(uint8_t *p, uint64_t v) {
+  v = htobe64(v);
+  memcpy(p, &v, sizeof v);
 }
 
 void put_pair(char *out, uint32_t twelve_bits) {
-  memcpy(out, tables.pairs[twelve_bits], 2);
+  memcpy(out, tables.encode[twelve_bits], 2);
 }
 
-/* Bits of character c at position k of a group, or kNotInAlphabet when c
- * ends the text. A character that the locale counts as a letter or digit
- * but that is not in the alphabet is read on as the value 0. */
-uint32_t slow_bits(int k, unsigned char c) {
-  const uint32_t bits = tables.decode[k][c];
-  if (!(bits & kNotInAlphabet))
-    return bits;
+/* The top 48 bits of `v` (six bytes) into eight characters. */
+void encode_six(uint64_t v, char *out) {
+  put_pair(out, uint32_t(v >> 52));
+  put_pair(out + 2, uint32_t(v >> 40) & 0xFFF);
+  put_pair(out + 4, uint32_t(v >> 28) & 0xFFF);
+  put_pair(out + 6, uint32_t(v >> 16) & 0xFFF);
+}
+
+uint32_t pair_at(const uint8_t *p) {
+  uint16_t two;
+  memcpy(&two, p, sizeof two);
+  return tables.decode_pair[le16toh(two)];
+}
+
+/* Value of character c, or kNotInAlphabet when c ends the text. A character
+ * that the locale counts as a letter or digit but that is not in the
+ * alphabet is read on as the value 0. */
+uint32_t sextet_of(unsigned char c) {
+  const uint8_t s = tables.sextet[c];
+  if (s != kNotInAlphabet)
+    return s;
   return c != '=' && isalnum(c) ? 0 : kNotInAlphabet;
 }
 
@@ -78,14 +97,17 @@ std::string base64_encode(const char *bytes, unsigned int length) {
   std::string text((size_t(length) + 2) / 3 * 4, '=');
   char *out = &text[0];
   size_t i = 0;
-  /* Six bytes per round, read through one eight-byte load. */
-  for (; i + 8 <= length; i += 6, out += 8) {
-    const uint64_t v = load_be64(in + i);
-    put_pair(out, uint32_t(v >> 52));
-    put_pair(out + 2, uint32_t(v >> 40) & 0xFFF);
-    put_pair(out + 4, uint32_t(v >> 28) & 0xFFF);
-    put_pair(out + 6, uint32_t(v >> 16) & 0xFFF);
+  /* Six bytes per eight-byte load (the last two are not used), two loads
+   * per round, both before any store: out may alias the input as far as
+   * the compiler knows. */
+  for (; i + 14 <= length; i += 12, out += 16) {
+    const uint64_t first = load_be64(in + i);
+    const uint64_t second = load_be64(in + i + 6);
+    encode_six(first, out);
+    encode_six(second, out + 8);
   }
+  for (; i + 8 <= length; i += 6, out += 8)
+    encode_six(load_be64(in + i), out);
   for (; i + 3 <= length; i += 3, out += 4) {
     const uint32_t v =
         uint32_t(in[i]) << 16 | uint32_t(in[i + 1]) << 8 | in[i + 2];
@@ -114,34 +136,34 @@ void base64_decode(const std::string &text, char **out, int &length) {
     return;
 
   const uint8_t *in = reinterpret_cast<const uint8_t *>(text.data());
-  const auto &decode = tables.decode;
   size_t i = 0;
   size_t o = 0;
   for (;;) {
     /* Two groups per round; one test tells whether all eight characters
      * are in the alphabet. o + 8 <= i + 8 <= size, so the wide store fits. */
     for (; i + 8 <= size; i += 8, o += 6) {
-      const uint32_t first = decode[0][in[i]] | decode[1][in[i + 1]] |
-                             decode[2][in[i + 2]] | decode[3][in[i + 3]];
-      const uint32_t second = decode[0][in[i + 4]] | decode[1][in[i + 5]] |
-                              decode[2][in[i + 6]] | decode[3][in[i + 7]];
-      if ((first | second) & kNotInAlphabet)
+      const uint32_t a = pair_at(in + i), b = pair_at(in + i + 2),
+                     c = pair_at(in + i + 4), d = pair_at(in + i + 6);
+      if (!(a & b & c & d & kValidPair))
         break;
-      store_le64(buffer + o, first | uint64_t(second) << 24);
+      /* The xor clears both pairs' marks, which sit at bits 24 and 12. */
+      const uint64_t first = (a << 12 ^ b ^ (kValidPair << 12 | kValidPair));
+      const uint64_t second = (c << 12 ^ d ^ (kValidPair << 12 | kValidPair));
+      store_be64(buffer + o, (first << 24 | second) << 16);
     }
     /* One group character by character: the text may end inside it. */
     uint32_t group = 0;
     int held = 0;
     for (; held < 4 && i < size; ++held, ++i) {
-      const uint32_t bits = slow_bits(held, in[i]);
-      if (bits & kNotInAlphabet)
+      const uint32_t s = sextet_of(in[i]);
+      if (s == kNotInAlphabet)
         break;
-      group |= bits;
+      group |= s << (18 - 6 * held);
     }
     /* Two or three characters give one byte fewer; one gives none. */
     const int whole = held == 4 ? 3 : held > 0 ? held - 1 : 0;
     for (int k = 0; k < whole; ++k)
-      buffer[o++] = uint8_t(group >> (8 * k));
+      buffer[o++] = uint8_t(group >> (16 - 8 * k));
     if (held < 4)
       break;
   }

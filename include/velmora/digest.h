@@ -63,7 +63,8 @@ VELMORA_EXPORT int sha1_dump(FILE *stream, const uint8_t *digest);
 VELMORA_EXPORT void hmac_sha(const char *key, int key_length, const char *data,
                              int data_length, char *out, int out_length);
 
-/* Copies the first `count` bytes of `source` into `destination`. */
+/* Copies the first `count` bytes of `source` into `destination`, front to
+ * back; nothing when `count` is 0 or less. Note the argument order. */
 VELMORA_EXPORT void truncate(char *source, char *destination, int count);
 
 /*
@@ -77,14 +78,18 @@ VELMORA_EXPORT int pr_sha(FILE *stream, char *bytes, int count);
 VELMORA_EXPORT void toHexString(const char *digest, char *text);
 
 /* Standard Base64 with "=" padding and no line breaks. */
-VELMORA_EXPORT std::string base64_encode(const char *bytes, unsigned int length);
+VELMORA_EXPORT std::string base64_encode(const char *bytes,
+                                         unsigned int length);
 
 /*
- * Decodes `text` up to its end, its first "=" or its first character
- * outside the alphabet. Always stores a new buffer in `*out` (the caller
- * frees it, even when `length` is 0) and the decoded byte count in
- * `length`. Should the buffer not be allocated, `*out` is null and
- * `length` 0.
+ * Decodes `text` up to its end, its first "=" or its first character that
+ * is neither "+", "/" nor a letter or digit to isalnum (in the "C" locale:
+ * its first character outside the alphabet); a two- or three-character
+ * remainder gives one or two bytes. Always stores a new buffer of
+ * text.size() bytes in `*out` (the caller frees it, even when `length` is
+ * 0) and the decoded byte count in `length`. Should the buffer not be
+ * allocated, `*out` is null and `length` 0. Texts must be shorter than
+ * 2^31 characters; of a longer one only the first INT_MAX are read.
  */
 VELMORA_EXPORT void base64_decode(const std::string &text, char **out,
                                   int &length);
