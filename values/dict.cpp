@@ -1,0 +1,267 @@
+/*
+ * The dictionary: entries on a doubly linked ring whose head is the record
+ * itself. The head is only ever compared against, never read as an entry,
+ * since the record's layout is not an entry's.
+ */
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "elements.h"
+#include "velmora/values.h"
+
+using velmora::native_kind;
+
+namespace {
+
+dict_entry_s *head(dict_s *dict) {
+  return reinterpret_cast<dict_entry_s *>(dict);
+}
+
+dict_entry_s *find_entry(dict_s *dict, const char *key) {
+  for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
+    if (strcmp(e->key, key) == 0)
+      return e;
+  return nullptr;
+}
+
+void release_entry(dict_s *dict, dict_entry_s *entry) {
+  if (dict->deleter != nullptr)
+    dict->deleter(entry->value);
+  free(entry->key);
+  free(entry);
+}
+
+/* An entry placed for writing. Everything the sort and the writing loop
+ * need is copied out of the entry during one walk in insertion order, so
+ * that the sorted order touches only this array and the key texts: the
+ * key's first eight bytes, big-endian, decide most comparisons; the age
+ * puts the oldest of equal keys first. */
+struct placed_entry {
+  uint64_t leading;
+  const char *key;
+  void *value;
+  size_t length;
+  int32_t age;
+};
+
+uint64_t leading_bytes(const char *key, size_t length) {
+  uint64_t bytes = 0;
+  for (size_t i = 0; i < 8 && i < length; i++)
+    bytes |= uint64_t{static_cast<uint8_t>(key[i])} << (56 - 8 * i);
+  return bytes;
+}
+
+/* Byte order of the keys, then age. Equal leading bytes hold either the
+ * same key shorter than eight bytes (the rest is zero padding) or the
+ * starts of two keys at least eight bytes long. */
+bool placed_before(const placed_entry &a, const placed_entry &b) {
+  if (a.leading != b.leading)
+    return a.leading < b.leading;
+  if (a.length >= 8) {
+    int order = strcmp(a.key + 8, b.key + 8);
+    if (order != 0)
+      return order < 0;
+  }
+  return a.age < b.age;
+}
+
+bool same_key(const placed_entry &a, const placed_entry &b) {
+  return a.leading == b.leading && a.length == b.length &&
+         (a.length <= 8 || memcmp(a.key + 8, b.key + 8, a.length - 8) == 0);
+}
+
+} // namespace
+
+dict_s *dict_new(const char *sub_type, value_deleter deleter,
+                 value_deserializer deserializer, value_serializer serializer,
+                 value_copier copier) {
+  dict_s *dict = static_cast<dict_s *>(calloc(1, sizeof *dict));
+  dict->first = head(dict);
+  dict->last = head(dict);
+  dict->sub_type = strdup(sub_type != nullptr ? sub_type : "");
+  dict->deleter = deleter;
+  dict->deserializer = deserializer;
+  dict->serializer = serializer;
+  dict->copier = copier;
+  return dict;
+}
+
+void dict_free(dict_s *dict) {
+  if (dict == nullptr)
+    return;
+  dict_entry_s *e = dict->first;
+  while (e != head(dict)) {
+    dict_entry_s *next = e->next;
+    release_entry(dict, e);
+    e = next;
+  }
+  free(dict->sub_type);
+  free(dict);
+}
+
+void dict_deleter(void *dict) {
+  dict_free(static_cast<dict_s *>(dict));
+}
+
+void dict_add(dict_s *dict, const char *key, void *value) {
+  if (dict == nullptr || key == nullptr)
+    return;
+  dict_entry_s *entry = static_cast<dict_entry_s *>(calloc(1, sizeof *entry));
+  entry->key = strdup(key);
+  if (dict->copier != nullptr)
+    dict->copier(&entry->value, value);
+  else
+    entry->value = value;
+
+  entry->next = head(dict);
+  entry->prev = dict->last;
+  if (dict->last == head(dict))
+    dict->first = entry;
+  else
+    dict->last->next = entry;
+  dict->last = entry;
+  dict->nb_elements++;
+}
+
+void *dict_get(dict_s *dict, const char *key) {
+  if (dict == nullptr || key == nullptr)
+    return nullptr;
+  dict_entry_s *entry = find_entry(dict, key);
+  return entry != nullptr ? entry->value : nullptr;
+}
+
+int32_t has_key(dict_s *dict, const char *key) {
+  if (dict == nullptr || key == nullptr)
+    return 0;
+  return find_entry(dict, key) != nullptr ? 1 : 0;
+}
+
+int32_t dict_remove(dict_s *dict, const char *key) {
+  if (dict == nullptr || key == nullptr)
+    return -1;
+  dict_entry_s *entry = find_entry(dict, key);
+  if (entry == nullptr)
+    return -1;
+  if (entry->prev == head(dict))
+    dict->first = entry->next;
+  else
+    entry->prev->next = entry->next;
+  if (entry->next == head(dict))
+    dict->last = entry->prev;
+  else
+    entry->next->prev = entry->prev;
+  release_entry(dict, entry);
+  dict->nb_elements--;
+  return 0;
+}
+
+void dict_keys(dict_s *dict, char ***keys, int32_t *count) {
+  int32_t n = dict != nullptr ? dict->nb_elements : 0;
+  char **array = static_cast<char **>(malloc(n * sizeof(char *)));
+  int32_t i = 0;
+  if (dict != nullptr)
+    for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
+      array[i++] = e->key;
+  if (keys != nullptr)
+    *keys = array;
+  else
+    free(array);
+  if (count != nullptr)
+    *count = n;
+}
+
+void **dict_values(dict_s *dict) {
+  int32_t n = dict != nullptr ? dict->nb_elements : 0;
+  void **array = static_cast<void **>(malloc(n * sizeof(void *)));
+  int32_t i = 0;
+  if (dict != nullptr)
+    for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
+      array[i++] = e->value;
+  return array;
+}
+
+void dict_copier(void **slot, void *handle) {
+  dict_s *source = static_cast<dict_s *>(handle);
+  if (source == nullptr) {
+    *slot = nullptr;
+    return;
+  }
+  dict_s *copy =
+      dict_new(source->sub_type, source->deleter, source->deserializer,
+               source->serializer, source->copier);
+  for (dict_entry_s *e = source->first; e != head(source); e = e->next)
+    dict_add(copy, e->key, e->value);
+  *slot = copy;
+}
+
+Json::Value *dict_serialize(void *handle, Json::Value &out) {
+  dict_s *dict = static_cast<dict_s *>(handle);
+  if (dict == nullptr)
+    return nullptr;
+  out["__type__"] = "Dict";
+  out["__sub_type__"] = dict->sub_type;
+
+  // Members are inserted in the JSON object's own (byte) order: each
+  // insertion then lands next to the last one, which keeps a large object's
+  // tree in cache. The first of a run of equal keys is the oldest entry,
+  // the one whose value is written.
+  std::vector<placed_entry> placed;
+  placed.reserve(static_cast<size_t>(dict->nb_elements));
+  int32_t age = 0;
+  for (dict_entry_s *e = dict->first; e != head(dict); e = e->next) {
+    size_t length = strlen(e->key);
+    placed.push_back(
+        {leading_bytes(e->key, length), e->key, e->value, length, age++});
+  }
+  std::sort(placed.begin(), placed.end(), placed_before);
+
+  Json::Value elements(Json::objectValue);
+  native_kind kind = velmora::native_kind_of(dict->sub_type);
+  for (size_t i = 0; i < placed.size(); i++) {
+    const placed_entry &p = placed[i];
+    if (i > 0 && same_key(placed[i - 1], p))
+      continue;
+    Json::Value &member = *elements.demand(p.key, p.key + p.length);
+    if (dict->serializer != nullptr)
+      dict->serializer(p.value, member);
+    else
+      member = velmora::native_to_json(kind, p.value);
+  }
+  out["__elements__"] = std::move(elements);
+  return nullptr;
+}
+
+dict_s *dict_deserialize(dict_s *dict, const Json::Value &in) {
+  if (dict == nullptr)
+    return nullptr;
+  const Json::Value *elements = velmora::find_member(in, "__elements__");
+  if (!velmora::sub_type_fits(dict->sub_type, in))
+    return dict;
+  // Only an object has named members; anything else adds nothing.
+  if (elements == nullptr || !elements->isObject())
+    return dict;
+
+  native_kind kind = velmora::native_kind_of(dict->sub_type);
+  // The object's own order is ascending byte order of the names.
+  for (auto it = elements->begin(); it != elements->end(); ++it) {
+    void *value;
+    if (dict->deserializer != nullptr)
+      value = dict->deserializer(*it);
+    else if (kind != native_kind::none)
+      value = velmora::native_from_json(kind, *it);
+    else
+      continue;
+    dict_add(dict, it.name().c_str(), value);
+    // The dictionary stored its own copy; the one read here is spare.
+    if (dict->copier != nullptr) {
+      if (dict->deleter != nullptr)
+        dict->deleter(value);
+      else
+        free(value);
+    }
+  }
+  return dict;
+}

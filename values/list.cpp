@@ -1,0 +1,150 @@
+/* The list: a contiguous, growable array of element handles. */
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "elements.h"
+#include "velmora/values.h"
+
+using velmora::native_kind;
+
+namespace {
+
+/* Appends the element read from one array entry; the list owns it. */
+void read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
+  void *element;
+  if (list->deserializer != nullptr)
+    element = list->deserializer(entry);
+  else if (kind != native_kind::none)
+    element = velmora::native_from_json(kind, entry);
+  else
+    return;
+  list_add_copy(list, element, VELMORA_FALSE);
+}
+
+} // namespace
+
+list_s *list_new(const char *sub_type, value_deleter deleter,
+                 value_deserializer deserializer, value_serializer serializer,
+                 value_copier copier) {
+  list_s *list = static_cast<list_s *>(malloc(sizeof *list));
+  list->nb_elements = 0;
+  list->capacity = 4;
+  list->elements = static_cast<void **>(malloc(4 * sizeof(void *)));
+  list->sub_type = strdup(sub_type != nullptr ? sub_type : "");
+  list->deleter = deleter;
+  list->deserializer = deserializer;
+  list->serializer = serializer;
+  list->copier = copier;
+  return list;
+}
+
+void list_del(void *handle) {
+  list_s *list = static_cast<list_s *>(handle);
+  if (list == nullptr)
+    return;
+  if (list->deleter != nullptr)
+    for (int32_t i = 0; i < list->nb_elements; i++)
+      list->deleter(list->elements[i]);
+  free(list->sub_type);
+  free(list->elements);
+  free(list);
+}
+
+void list_add_copy(list_s *list, void *value, bool_t copy) {
+  if (list == nullptr || list->nb_elements == INT32_MAX)
+    return;
+  if (list->nb_elements == list->capacity) {
+    int32_t capacity =
+        list->capacity > INT32_MAX / 2 ? INT32_MAX : list->capacity * 2;
+    list->elements = static_cast<void **>(realloc(
+        list->elements, static_cast<size_t>(capacity) * sizeof(void *)));
+    list->capacity = capacity;
+  }
+  void **slot = &list->elements[list->nb_elements];
+  if (copy != VELMORA_FALSE && list->copier != nullptr)
+    list->copier(slot, value);
+  else
+    *slot = value;
+  list->nb_elements++;
+}
+
+void list_add(list_s *list, void *value) {
+  list_add_copy(list, value, VELMORA_TRUE);
+}
+
+void *list_get(list_s *list, int32_t index) {
+  if (list == nullptr || index < 0 || index >= list->nb_elements)
+    return nullptr;
+  return list->elements[index];
+}
+
+int32_t list_get_nb_elements(list_s *list) {
+  return list != nullptr ? list->nb_elements : 0;
+}
+
+void list_copier(void **slot, void *handle) {
+  const list_s *source = static_cast<const list_s *>(handle);
+  if (source == nullptr) {
+    *slot = nullptr;
+    return;
+  }
+  list_s *copy =
+      list_new(source->sub_type, source->deleter, source->deserializer,
+               source->serializer, source->copier);
+  for (int32_t i = 0; i < source->nb_elements; i++)
+    list_add(copy, source->elements[i]);
+  *slot = copy;
+}
+
+int32_t list_compare(list_s *a, list_s *b) {
+  if (a == nullptr || b == nullptr || strcmp(a->sub_type, b->sub_type) != 0)
+    return -1;
+  return a->nb_elements == b->nb_elements ? 1 : -2;
+}
+
+Json::Value *list_serialize(void *handle, Json::Value &out) {
+  const list_s *list = static_cast<const list_s *>(handle);
+  if (list == nullptr)
+    return &out;
+  out["__type__"] = "List";
+  out["__sub_type__"] = list->sub_type;
+
+  Json::Value elements(Json::arrayValue);
+  native_kind kind = velmora::native_kind_of(list->sub_type);
+  for (int32_t i = 0; i < list->nb_elements; i++) {
+    if (list->serializer != nullptr)
+      list->serializer(list->elements[i], elements.append(Json::Value()));
+    else
+      elements.append(velmora::native_to_json(kind, list->elements[i]));
+  }
+  out["__elements__"] = std::move(elements);
+  return &out;
+}
+
+list_s *list_deserialize(list_s *list, const Json::Value &in) {
+  if (list == nullptr)
+    return nullptr;
+  const Json::Value *elements = velmora::find_member(in, "__elements__");
+  if (!velmora::sub_type_fits(list->sub_type, in)) {
+    std::cout << "Out the loop";
+    return list;
+  }
+  // Only an array has entries to read by position; an object's members
+  // cannot be reached that way, so such a source adds nothing.
+  if (elements == nullptr || !elements->isArray())
+    return list;
+
+  // Walked in order rather than looked up by position, which costs a tree
+  // search per entry; positions the array never set read as null.
+  native_kind kind = velmora::native_kind_of(list->sub_type);
+  Json::ArrayIndex position = 0;
+  for (auto it = elements->begin(); it != elements->end(); ++it) {
+    for (; position < it.index(); position++)
+      read_entry(list, kind, Json::Value::nullSingleton());
+    read_entry(list, kind, *it);
+    position++;
+  }
+  return list;
+}

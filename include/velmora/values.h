@@ -163,7 +163,12 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
 
 /* An ordered, growable sequence of values of one element type. The element
  * types "Unicode", "Integer" and "Boolean" are written and read as bare
- * JSON values when the list has no serializer or deserializer. */
+ * JSON values when the list has no serializer or deserializer; a null
+ * element of such a list is written as JSON null. Elements of any other
+ * type need both operations: without them each is written as null and
+ * entries are not read. Given a null container, the list, dictionary and
+ * result-page operations do nothing and return null, 0, or -1
+ * (list_compare, dict_remove). */
 struct list_s {
   int32_t nb_elements;
   int32_t capacity;
@@ -187,7 +192,8 @@ struct dict_entry_s {
 /* Entries of a text key and a value, in insertion order, on a ring that
  * passes through the record: `first` and `last` are the record itself
  * (cast) when the dictionary is empty. Keys may repeat; lookups find the
- * oldest entry. */
+ * oldest entry. Native and other element types are written and read as in
+ * a list. */
 struct dict_s {
   dict_entry_s *first;
   dict_entry_s *last;
@@ -256,7 +262,8 @@ VELMORA_EXPORT int32_t list_compare(list_s *a, list_s *b);
 VELMORA_EXPORT Json::Value *list_serialize(void *list, Json::Value &out);
 /* Appends the elements of `in` when its "__sub_type__" is a leading part of
  * the list's (absent counts as "Unknown"); otherwise prints "Out the loop"
- * on standard output and adds nothing. Returns `list`. */
+ * on standard output and adds nothing. An "__elements__" that is not an
+ * array adds nothing. Returns `list`. */
 VELMORA_EXPORT list_s *list_deserialize(list_s *list, const Json::Value &in);
 
 /* New empty dictionary of `sub_type` (copied) with the given operations. */
@@ -285,8 +292,10 @@ VELMORA_EXPORT void dict_copier(void **slot, void *dict);
 /* Writes "__type__" "Dict", "__sub_type__" and "__elements__" (one member
  * per distinct key, the oldest entry's value) into `out`; returns null. */
 VELMORA_EXPORT Json::Value *dict_serialize(void *dict, Json::Value &out);
-/* Adds the members of `in`'s "__elements__" when its "__sub_type__" fits,
- * silently nothing otherwise. Returns `dict`. */
+/* Adds the members of `in`'s "__elements__" (an object; anything else adds
+ * nothing), in ascending byte order of their names, when its
+ * "__sub_type__" fits; silently nothing otherwise. With a copier the value
+ * read is copied in and released. Returns `dict`. */
 VELMORA_EXPORT dict_s *dict_deserialize(dict_s *dict, const Json::Value &in);
 
 /* New result page with an empty list (as list_new) and total_items 0. */
@@ -312,18 +321,24 @@ VELMORA_EXPORT result_set_s *result_set_deserialize(result_set_s *result_set,
                                                     const Json::Value &in);
 VELMORA_EXPORT void resultset_copier(void **slot, void *result_set);
 
-/* Ordering */
+/* Ordering. Given a null record, the record operations here and below do
+ * nothing: getters return 0 or null, copiers store null. */
 VELMORA_EXPORT void Ordering_init(Ordering *ordering);
 VELMORA_EXPORT Ordering *Ordering_new(void);
 VELMORA_EXPORT int32_t ordering_getAsc(Ordering *ordering);
 VELMORA_EXPORT void ordering_setAsc(Ordering *ordering, int32_t asc);
 /* Lent; null when never given. */
 VELMORA_EXPORT char *ordering_getOrder_by(Ordering *ordering);
-/* Stores a copy of `order_by` (which may be the record's own text). */
+/* Stores a copy of `order_by` (which may be the record's own text) and
+ * releases the text it held; null stores no text. */
 VELMORA_EXPORT void ordering_setOrder_by(Ordering *ordering,
                                          const char *order_by);
+/* Writes "asc" (true only for exactly 1) and "order_by" ("" when there is
+ * no text) whatever the mask says; returns &out. */
 VELMORA_EXPORT Json::Value *Ordering_serialize(void *ordering, Json::Value &out);
+/* A new record with both presence bits set, whatever `in` holds. */
 VELMORA_EXPORT void *Ordering_deserialize(const Json::Value &in);
+/* Copies the fields whose presence bits are set, with the whole mask. */
 VELMORA_EXPORT void Ordering_copier(void **slot, void *ordering);
 /* Releases the members the mask says the record owns, not the record. */
 VELMORA_EXPORT void Ordering_destroy(Ordering *ordering);
@@ -336,29 +351,39 @@ VELMORA_EXPORT int32_t listinfo_getLimit(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setLimit(ListInfo *list_info, int32_t limit);
 /* Lent. */
 VELMORA_EXPORT Ordering *listinfo_getOrder(ListInfo *list_info);
-/* Stores a copy of `order` (which may be the record's own) and marks it to
- * be written. */
+/* Stores a copy of `order` (which may be the record's own), releases the
+ * one held and marks it to be written; null leaves no order to write. */
 VELMORA_EXPORT void listinfo_setOrder(ListInfo *list_info, Ordering *order);
 /* Lent. */
 VELMORA_EXPORT dict_s *listinfo_getSearch_parameters(ListInfo *list_info);
-/* Stores a copy of `parameters` (which may be the record's own) and marks
- * it to be written. */
+/* Stores a copy of `parameters` (which may be the record's own, and keeps
+ * its element type), releases the one held and marks it to be written;
+ * null leaves nothing to write. */
 VELMORA_EXPORT void listinfo_setSearch_parameters(ListInfo *list_info,
                                                   dict_s *parameters);
 VELMORA_EXPORT int32_t listinfo_getOffset(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setOffset(ListInfo *list_info, int32_t offset);
+/* Writes "limit" and "offset" always, "order" and "search_parameters"
+ * only when their flags are exactly 1; returns &out. */
 VELMORA_EXPORT Json::Value *ListInfo_serialize(void *list_info,
                                                Json::Value &out);
+/* A new record with all four presence bits set (an empty Ordering and an
+ * empty Dict of "Unicode" when absent) and neither flag raised. */
 VELMORA_EXPORT void *ListInfo_deserialize(const Json::Value &in);
+/* Copies the fields whose presence bits are set, with the whole mask; the
+ * flags stay clear. */
 VELMORA_EXPORT void ListInfo_copier(void **slot, void *list_info);
-/* Releases the members the mask says the record owns, not the record. */
+/* Releases the members the mask says the record owns, not the record; the
+ * pointers and mask are left as they were, so apply ListInfo_init before
+ * using the record again. */
 VELMORA_EXPORT void ListInfo_destroy(ListInfo *list_info);
 VELMORA_EXPORT void ListInfo_deleter(void *list_info);
 
 } /* extern "C" */
 
 /* Adds `value`: through the copier when `copy` is non-zero and the list has
- * one, otherwise the handle itself, which then belongs to the list. */
+ * one, otherwise the handle itself, which then belongs to the list. A list
+ * already holding INT32_MAX elements adds nothing. */
 VELMORA_EXPORT void list_add_copy(list_s *list, void *value, bool_t copy);
 
 /* Releases every entry (values through the deleter when set), then the

@@ -1,0 +1,74 @@
+#include "elements.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "velmora/values.h"
+
+namespace velmora {
+
+native_kind native_kind_of(const char *sub_type) {
+  if (strcmp(sub_type, "Unicode") == 0)
+    return native_kind::unicode;
+  if (strcmp(sub_type, "Integer") == 0)
+    return native_kind::integer;
+  if (strcmp(sub_type, "Boolean") == 0)
+    return native_kind::boolean;
+  return native_kind::none;
+}
+
+Json::Value native_to_json(native_kind kind, const void *element) {
+  if (element == nullptr)
+    return Json::Value();
+  switch (kind) {
+  case native_kind::unicode:
+    return Json::Value(static_cast<const char *>(element));
+  case native_kind::integer:
+    return Json::Value(static_cast<const Integer *>(element)->value);
+  case native_kind::boolean:
+    // Only the low-order byte decides, whatever else the cell holds.
+    return Json::Value((static_cast<const Boolean *>(element)->value & 0xff) !=
+                       0);
+  case native_kind::none:
+    break;
+  }
+  return Json::Value();
+}
+
+void *native_from_json(native_kind kind, const Json::Value &entry) {
+  switch (kind) {
+  case native_kind::unicode:
+    return strdup(entry.asString().c_str());
+  case native_kind::integer: {
+    // Convert before allocating so that a refused entry leaks nothing.
+    int32_t number = entry.asInt();
+    Integer *cell = static_cast<Integer *>(malloc(sizeof *cell));
+    cell->value = number;
+    return cell;
+  }
+  case native_kind::boolean: {
+    int32_t flag = entry.asBool() ? 1 : 0;
+    Boolean *cell = static_cast<Boolean *>(malloc(sizeof *cell));
+    cell->value = flag;
+    return cell;
+  }
+  case native_kind::none:
+    break;
+  }
+  return nullptr;
+}
+
+bool sub_type_fits(const char *sub_type, const Json::Value &in) {
+  const Json::Value *named = find_member(in, "__sub_type__");
+  std::string text = named != nullptr ? named->asString() : "Unknown";
+  // A prefix test that never reads past the end of our own name.
+  size_t own = strlen(sub_type);
+  return text.size() <= own && memcmp(sub_type, text.data(), text.size()) == 0;
+}
+
+const Json::Value *find_member(const Json::Value &in, const char *name) {
+  return in.find(name, name + strlen(name));
+}
+
+} // namespace velmora
