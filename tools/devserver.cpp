@@ -5,6 +5,7 @@
  * the library's own digests, and answers with the library's typed values.
  */
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -327,7 +328,15 @@ bool parse_json(const std::string &text, Json::Value *value, std::string *why) {
   } catch (const std::exception &e) {
     *why = e.what();
   }
-  why->erase(std::find(why->begin(), why->end(), '\n'), why->end());
+  /* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n". */
+  std::string line;
+  for (char c : *why)
+    if (!isspace(static_cast<unsigned char>(c)) ||
+        (!line.empty() && line.back() != ' '))
+      line += isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+  while (!line.empty() && line.back() == ' ')
+    line.pop_back();
+  *why = line;
   return false;
 }
 
@@ -434,13 +443,19 @@ void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
   }
 }
 
-/* Log text keeps to one line whatever a client sends. */
+/* Log text keeps to one line of ASCII whatever a client sends. */
 std::string printable(const std::string &text) {
-  std::string out = text.substr(0, 200);
-  for (char &c : out)
-    if (static_cast<unsigned char>(c) < 32 || c == 127)
-      c = '?';
-  return out;
+  std::string out;
+  for (unsigned char c : text.substr(0, 200)) {
+    if (c >= 32 && c < 127 && c != '\\') {
+      out += static_cast<char>(c);
+    } else {
+      char escape[5];
+      snprintf(escape, sizeof escape, "\\x%02x", c);
+      out += escape;
+    }
+  }
+  return out.empty() ? "-" : out;
 }
 
 /* ---- Command line ------------------------------------------------------ */
@@ -596,7 +611,8 @@ int main(int argc, char **argv) {
             return true;
           }))
         return answer_error(res, res.status >= 400 ? res.status : 400,
-                            "request body not read");
+                            res.status == 413 ? "request body too large"
+                                              : "request body not read");
       serve(config, catalogue, req, body, res);
     } catch (const std::exception &e) {
       answer_error(res, 500, std::string("internal error: ") + e.what());

@@ -37,7 +37,8 @@ void usage(FILE *stream) {
       "POSTs BODY (empty when absent; @FILE reads a file, - standard input) "
       "to\n"
       "PATH on the service with send_request, signed when a user is given,\n"
-      "and prints the reply body on standard output.\n"
+      "and prints the reply body on standard output (with a line end added\n"
+      "when it is a terminal and the body has none).\n"
       "\n"
       "  --host H            service host (default 127.0.0.1)\n"
       "  --port P            service port (default 8888)\n"
@@ -282,6 +283,9 @@ int main(int argc, char **argv) {
   if (result == 0 || result == -1) {
     std::string text = o.pretty ? pretty(reply) : reply;
     fwrite(text.data(), 1, text.size(), stdout);
+    /* Keeps the shell's prompt off the last line; pipes get the body as is. */
+    if (isatty(STDOUT_FILENO) && !text.empty() && text.back() != '\n')
+      fputc('\n', stdout);
     fflush(stdout);
   }
   switch (result) {
