@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build into a temporary prefix, checks the library's SONAME
-# links, then builds and runs a small consumer twice: with pkg-config and
-# with CMake's find_package(Velmora).
+# links and that the installed tools run, then builds and runs a small
+# consumer twice: with pkg-config and with CMake's find_package(Velmora).
 # Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX [CXXFLAGS]
 set -euo pipefail
 build=$1 consumer=$2 libdir=$3 cxx=$4 flags=${5:-}
@@ -19,6 +19,10 @@ real=$(readlink -f "$lib/libVelmora.so")
   { echo "missing SONAME links in $lib"; ls -l "$lib"; exit 1; }
 readelf -d "$real" | grep -q 'SONAME.*\[libVelmora\.so\.1\]' ||
   { echo "wrong SONAME"; readelf -d "$real"; exit 1; }
+
+# The installed tools find the installed library through their RPATH.
+"$prefix/bin/velmora-request" --help >/dev/null
+"$prefix/bin/velmora-devserver" --help >/dev/null
 
 echo "== pkg-config"
 # shellcheck disable=SC2046,SC2086
