@@ -87,6 +87,80 @@ void BM_IntegerList_DeserializeJsonPeer(benchmark::State &state) {
   }
 }
 
+constexpr int32_t kLongs = 100000;
+
+list_s *long_list() {
+  list_s *list = list_new("Long", Long_deleter, Long_deserialize,
+                          Long_serialize, Long_copier);
+  for (int32_t i = 0; i < kLongs; i++) {
+    void *cell = Long_new();
+    Long_setValue(cell, int64_t{i} * 92233720368547 - 4611686018427387904);
+    list_add_copy(list, cell, VELMORA_FALSE);
+  }
+  return list;
+}
+
+void BM_LongList_Serialize(benchmark::State &state) {
+  list_s *list = long_list();
+  for (auto _ : state) {
+    Json::Value out;
+    list_serialize(list, out);
+    benchmark::DoNotOptimize(out);
+  }
+  list_del(list);
+}
+
+void BM_LongList_SerializeJsonPeer(benchmark::State &state) {
+  std::vector<int64_t> values;
+  for (int32_t i = 0; i < kLongs; i++)
+    values.push_back(int64_t{i} * 92233720368547 - 4611686018427387904);
+  for (auto _ : state) {
+    Json::Value out;
+    out["__type__"] = "List";
+    out["__sub_type__"] = "Long";
+    Json::Value elements(Json::arrayValue);
+    for (int64_t v : values) {
+      Json::Value &entry = elements.append(Json::Value());
+      entry["__type__"] = "Long";
+      entry["__value__"] = std::to_string(v);
+    }
+    out["__elements__"] = std::move(elements);
+    benchmark::DoNotOptimize(out);
+  }
+}
+
+void BM_LongList_Deserialize(benchmark::State &state) {
+  Json::Value tree;
+  list_s *source = long_list();
+  list_serialize(source, tree);
+  list_del(source);
+  for (auto _ : state) {
+    list_s *list = list_new("Long", Long_deleter, Long_deserialize,
+                            Long_serialize, Long_copier);
+    list_deserialize(list, tree);
+    benchmark::DoNotOptimize(list->elements);
+    list_del(list);
+  }
+}
+
+/* The floor: each entry's "__value__" read in place into a plain array. */
+void BM_LongList_DeserializeJsonPeer(benchmark::State &state) {
+  Json::Value tree;
+  list_s *source = long_list();
+  list_serialize(source, tree);
+  list_del(source);
+  for (auto _ : state) {
+    std::vector<int64_t> values;
+    if (tree["__sub_type__"].asString() == "Long") {
+      const Json::Value &elements = tree["__elements__"];
+      for (Json::ArrayIndex i = 0; i < elements.size(); i++)
+        values.push_back(
+            strtoll(elements[i]["__value__"].asCString(), nullptr, 10));
+    }
+    benchmark::DoNotOptimize(values.data());
+  }
+}
+
 dict_s *integer_dict(int32_t n) {
   dict_s *dict =
       dict_new("Integer", Integer_deleter, nullptr, nullptr, Integer_copier);
@@ -131,6 +205,10 @@ BENCHMARK(BM_IntegerList_Serialize)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IntegerList_SerializeJsonPeer)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IntegerList_Deserialize)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IntegerList_DeserializeJsonPeer)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LongList_Serialize)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LongList_SerializeJsonPeer)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LongList_Deserialize)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_LongList_DeserializeJsonPeer)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Dict_Serialize)
     ->Arg(1000)
     ->Arg(10000)

@@ -232,6 +232,28 @@ TEST(ListDeserialize, NativeReadsAppendAndOutliveTheSource) {
   list_del(integers);
 }
 
+TEST(ListDeserialize, EnvelopedElementsRoundTrip) {
+  list_s *longs = list_new("Long", Long_deleter, Long_deserialize,
+                           Long_serialize, Long_copier);
+  for (int64_t v : {INT64_MIN, int64_t{42}}) {
+    void *cell = Long_new();
+    Long_setValue(cell, v);
+    list_add(longs, cell); // copied
+    Long_deleter(cell);
+  }
+  Json::Value out;
+  list_serialize(longs, out);
+  EXPECT_EQ(render(out), R"({"__elements__":[{"__type__":"Long","__value__":)"
+                         R"("-9223372036854775808"},{"__type__":"Long",)"
+                         R"("__value__":"42"}],"__sub_type__":"Long",)"
+                         R"("__type__":"List"})");
+  list_deserialize(longs, out);
+  ASSERT_EQ(list_get_nb_elements(longs), 4);
+  EXPECT_EQ(Long_getValue(list_get(longs, 2)), INT64_MIN);
+  EXPECT_EQ(Long_getValue(list_get(longs, 3)), 42);
+  list_del(longs);
+}
+
 TEST(ListDeserialize, SourcesWithNothingToReadAddNothing) {
   const char *const sources[] = {
       R"({"__sub_type__":"Integer"})",

@@ -1,0 +1,318 @@
+/*
+ * velmora-request: one call of send_request from the command line, the
+ * way curl tries an HTTP request.
+ */
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <getopt.h>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+#include <json/json.h>
+#include <velmora/velmora.h>
+
+namespace {
+
+/* Exit codes, after curl's for the same failures. */
+enum Exit {
+  exit_ok = 0,
+  exit_usage = 2,
+  exit_http_error = 22,
+  exit_transfer = 7,
+  exit_refused = 67,
+};
+
+void usage(FILE *stream) {
+  fputs(
+      "Usage: velmora-request [OPTION]... PATH [BODY | @FILE | -]\n"
+      "\n"
+      "POSTs BODY (empty when absent; @FILE reads a file, - standard input) "
+      "to\n"
+      "PATH on the service with send_request, signed when a user is given,\n"
+      "and prints the reply body on standard output (with a line end added\n"
+      "when it is a terminal and the body has none).\n"
+      "\n"
+      "  --host H            service host (default 127.0.0.1)\n"
+      "  --port P            service port (default 8888)\n"
+      "  --user U            account name; without it the request is unsigned\n"
+      "  --password PW       sign with the password scheme\n"
+      "  --password-hash HEX   ... given the password's SHA-1 as 40 hex "
+      "digits\n"
+      "  --token TK          sign with the token scheme\n"
+      "  --auth-key K        LOCAL_AUTH_KEY to send (default: the first line\n"
+      "                      of /etc/local_auth.key, or NO KEY)\n"
+      "  --verbose           libcurl's trace on standard error\n"
+      "  --pretty            print a JSON reply indented\n"
+      "  --help              this text\n"
+      "\n"
+      "Exit status:\n"
+      "   0  the service answered 200\n"
+      "  22  it answered another HTTP status (the body is still printed), or\n"
+      "      the request could not be made\n"
+      "   7  the transfer failed, or the server's date could not be read\n"
+      "  67  the service refused the credentials (401)\n"
+      "   2  bad command line\n"
+      "A 401 that refuses only the request's date is handled by the library:\n"
+      "it corrects its clock from the server's and sends again.\n",
+      stream);
+}
+
+bool read_body(const char *argument, std::string *body) {
+  if (strcmp(argument, "-") == 0) {
+    body->assign(std::istreambuf_iterator<char>(std::cin),
+                 std::istreambuf_iterator<char>());
+    return !std::cin.bad();
+  }
+  if (argument[0] != '@') {
+    *body = argument;
+    return true;
+  }
+  std::ifstream file(argument + 1, std::ios::binary);
+  if (!file)
+    return false;
+  std::ostringstream text;
+  text << file.rdbuf();
+  *body = text.str();
+  return !file.bad();
+}
+
+bool is_password_hash(const std::string &text) {
+  return text.size() == 40 &&
+         text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+/* The library refuses to send such a header value. */
+bool breaks_line(const char *text) {
+  return text != nullptr && strpbrk(text, "\r\n") != nullptr;
+}
+
+/* Indented JSON when the text is JSON, else the text unchanged. */
+std::string pretty(const std::string &text) {
+  Json::Value value;
+  std::string error;
+  std::unique_ptr<Json::CharReader> reader(
+      Json::CharReaderBuilder().newCharReader());
+  try {
+    if (!reader->parse(text.data(), text.data() + text.size(), &value, &error))
+      return text;
+  } catch (const std::exception &) {
+    return text;
+  }
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "  ";
+  return Json::writeString(writer, value) + "\n";
+}
+
+/*
+ * send_request, with what the library prints on standard output for a
+ * failed transfer kept apart, so that standard output holds only the
+ * reply body.
+ */
+int send_quietly(client_context_s *context, const std::string &path,
+                 const std::string &body, std::string *reply,
+                 std::string *printed) {
+  fflush(stdout);
+  FILE *sink = tmpfile();
+  int saved = sink != nullptr ? dup(STDOUT_FILENO) : -1;
+  if (saved < 0) {
+    if (sink != nullptr)
+      fclose(sink);
+    return send_request(context, path, body, reply);
+  }
+  dup2(fileno(sink), STDOUT_FILENO);
+  int result = send_request(context, path, body, reply);
+  fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  rewind(sink);
+  char buffer[512];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, sink)) > 0)
+    printed->append(buffer, n);
+  fclose(sink);
+  return result;
+}
+
+struct Options {
+  const char *host = nullptr;
+  long port = -1;
+  const char *user = nullptr;
+  const char *password = nullptr;
+  std::string password_hash;
+  const char *token = nullptr;
+  const char *auth_key = nullptr;
+  bool verbose = false;
+  bool pretty = false;
+  std::string path;
+  std::string body;
+};
+
+/* Fills `o` from the command line; -1 to go on, else an exit code. */
+int parse_options(int argc, char **argv, Options *o) {
+  static const option options[] = {
+      {"host", required_argument, nullptr, 'H'},
+      {"port", required_argument, nullptr, 'P'},
+      {"user", required_argument, nullptr, 'u'},
+      {"password", required_argument, nullptr, 'w'},
+      {"password-hash", required_argument, nullptr, 'x'},
+      {"token", required_argument, nullptr, 't'},
+      {"auth-key", required_argument, nullptr, 'k'},
+      {"verbose", no_argument, nullptr, 'v'},
+      {"pretty", no_argument, nullptr, 'p'},
+      {"help", no_argument, nullptr, 'h'},
+      {nullptr, 0, nullptr, 0}};
+  int secrets = 0;
+  int c;
+  /* "+": options end at PATH, so that a body may start with "-". */
+  while ((c = getopt_long(argc, argv, "+", options, nullptr)) != -1) {
+    char *end;
+    switch (c) {
+    case 'H':
+      o->host = optarg;
+      break;
+    case 'P':
+      errno = 0;
+      o->port = strtol(optarg, &end, 10);
+      if (errno != 0 || end == optarg || *end != '\0' || o->port < 0 ||
+          o->port > 65535) {
+        fprintf(stderr, "velmora-request: bad port \"%s\"\n", optarg);
+        return exit_usage;
+      }
+      break;
+    case 'u':
+      o->user = optarg;
+      break;
+    case 'w':
+      o->password = optarg;
+      secrets++;
+      break;
+    case 'x':
+      if (!is_password_hash(optarg)) {
+        fprintf(stderr,
+                "velmora-request: --password-hash takes 40 hex digits\n");
+        return exit_usage;
+      }
+      o->password_hash = optarg;
+      for (char &digit : o->password_hash)
+        digit = static_cast<char>(tolower(static_cast<unsigned char>(digit)));
+      secrets++;
+      break;
+    case 't':
+      o->token = optarg;
+      secrets++;
+      break;
+    case 'k':
+      o->auth_key = optarg;
+      break;
+    case 'v':
+      o->verbose = true;
+      break;
+    case 'p':
+      o->pretty = true;
+      break;
+    case 'h':
+      usage(stdout);
+      return exit_ok;
+    default:
+      fprintf(stderr, "Try 'velmora-request --help'.\n");
+      return exit_usage;
+    }
+  }
+  if (secrets > 1) {
+    fprintf(stderr, "velmora-request: give one of --password, "
+                    "--password-hash and --token\n");
+    return exit_usage;
+  }
+  if (optind >= argc || argc - optind > 2) {
+    fprintf(stderr, "velmora-request: give a PATH and at most one BODY; "
+                    "try 'velmora-request --help'\n");
+    return exit_usage;
+  }
+  o->path = argv[optind];
+  if (o->path.empty() || o->path[0] != '/') {
+    fprintf(stderr, "velmora-request: PATH must start with \"/\"\n");
+    return exit_usage;
+  }
+  if (optind + 1 < argc && !read_body(argv[optind + 1], &o->body)) {
+    fprintf(stderr, "velmora-request: cannot read the body from %s: %s\n",
+            argv[optind + 1], strerror(errno));
+    return exit_usage;
+  }
+  return -1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  Options o;
+  int status = parse_options(argc, argv, &o);
+  if (status >= 0)
+    return status;
+
+  client_context_s *context = client_context_new();
+  if (o.host != nullptr)
+    client_context_set_host(context, o.host);
+  if (o.port >= 0)
+    client_context_set_port(context, static_cast<int>(o.port));
+  if (o.user != nullptr)
+    client_context_set_user(context, o.user);
+  if (o.password != nullptr)
+    client_context_set_password(context, o.password);
+  if (!o.password_hash.empty())
+    client_context_set_password_hash(context, o.password_hash.c_str());
+  if (o.token != nullptr)
+    client_context_set_token(context, o.token);
+  if (o.auth_key != nullptr)
+    client_context_set_auth_key(context, o.auth_key);
+  context->verbose = o.verbose;
+
+  std::string reply, printed;
+  int result = send_quietly(context, o.path, o.body, &reply, &printed);
+  std::string url =
+      "http://" + *context->host + ":" + std::to_string(context->port) + o.path;
+  client_context_free(context);
+
+  if (result == 0 || result == -1) {
+    std::string text = o.pretty ? pretty(reply) : reply;
+    fwrite(text.data(), 1, text.size(), stdout);
+    /* Keeps the shell's prompt off the last line; pipes get the body as is. */
+    if (isatty(STDOUT_FILENO) && !text.empty() && text.back() != '\n')
+      fputc('\n', stdout);
+    fflush(stdout);
+  }
+  switch (result) {
+  case 0:
+    return exit_ok;
+  case -1:
+    if (breaks_line(o.token) || breaks_line(o.auth_key)) {
+      fprintf(stderr, "velmora-request: the token or the auth key holds a "
+                      "line break; nothing was sent\n");
+      return exit_http_error;
+    }
+    fprintf(stderr,
+            "velmora-request: %s answered with an HTTP error, or the "
+            "request could not be made\n",
+            url.c_str());
+    return exit_http_error;
+  case -2:
+    if (printed.empty())
+      fprintf(stderr, "velmora-request: %s sent a Date that cannot be read\n",
+              url.c_str());
+    else
+      fprintf(stderr, "velmora-request: transfer to %s failed: %s\n",
+              url.c_str(), printed.c_str());
+    return exit_transfer;
+  default:
+    fprintf(stderr, "velmora-request: %s refused the credentials (401)\n",
+            url.c_str());
+    return exit_refused;
+  }
+}
