@@ -17,7 +17,7 @@
 
 namespace {
 
-/* The reply date an hour after now, as the request signing renders dates. */
+/* A reply date an hour after now, in the form servers write it. */
 std::string date_in_an_hour() {
   const time_t later = time(nullptr) + 3600;
   tm parts;
@@ -44,7 +44,7 @@ struct outcome {
   std::string out;
   std::string printed;
   int64_t clock_shift;
-  int connections;
+  int attempts;
 };
 
 /* One signed call against a peer giving `replies`. */
@@ -59,7 +59,7 @@ outcome call(const std::vector<std::string> &replies) {
       [&] { o.result = send_request(context, "/op", "{\"a\":1}", &o.out); });
   o.clock_shift = context->clock_offset;
   client_context_free(context);
-  o.connections = static_cast<int>(peer.request_count());
+  o.attempts = static_cast<int>(peer.request_count());
   return o;
 }
 
@@ -118,7 +118,7 @@ TEST(HostilePeer, ThousandsOfHeaderLines) {
   o = call({refusal(filler_lines(4000) +
                     "auth_error: 1\r\nDate: " + date_in_an_hour() + "\r\n")});
   EXPECT_EQ(o.result, -3);
-  EXPECT_EQ(o.connections, 1);
+  EXPECT_EQ(o.attempts, 1);
   EXPECT_EQ(o.clock_shift, 0);
 
   /* Beyond what the transfer library accepts, the transfer fails. */
@@ -142,7 +142,7 @@ TEST(HostilePeer, HeaderLineWithoutLineEnd) {
   EXPECT_EQ(o.result, -3);
   EXPECT_EQ(o.out, untouched);
   EXPECT_EQ(o.clock_shift, 0);
-  EXPECT_EQ(o.connections, 1);
+  EXPECT_EQ(o.attempts, 1);
 }
 
 TEST(HostilePeer, DateWithTrailingGarbageStillResynchronises) {
@@ -152,7 +152,7 @@ TEST(HostilePeer, DateWithTrailingGarbageStillResynchronises) {
             ok("second")});
   EXPECT_EQ(o.result, 0);
   EXPECT_EQ(o.out, "second");
-  EXPECT_EQ(o.connections, 2);
+  EXPECT_EQ(o.attempts, 2);
   EXPECT_NE(o.clock_shift, 0);
 }
 
@@ -188,7 +188,7 @@ TEST(HostilePeer, MalformedDatesAfterAuthErrorAreRejected) {
       EXPECT_EQ(o.result, -2) << date.substr(0, 40);
       EXPECT_EQ(o.out, untouched);
       EXPECT_EQ(o.clock_shift, 0);
-      EXPECT_EQ(o.connections, 1);
+      EXPECT_EQ(o.attempts, 1);
       EXPECT_EQ(o.printed, "");
     }
 }
@@ -202,7 +202,7 @@ TEST(HostilePeer, DateHoldingANulByteIsRejected) {
   EXPECT_TRUE(o.result == -2 || o.result == -3) << o.result;
   EXPECT_EQ(o.out, untouched);
   EXPECT_EQ(o.clock_shift, 0);
-  EXPECT_EQ(o.connections, 1);
+  EXPECT_EQ(o.attempts, 1);
 }
 
 TEST(HostilePeer, OddButParsableDatesMoveTheClockAndRetry) {
@@ -217,7 +217,7 @@ TEST(HostilePeer, OddButParsableDatesMoveTheClockAndRetry) {
         call({refusal("auth_error: 1\r\nDate: " + date + "\r\n"), ok("again")});
     EXPECT_EQ(o.result, 0) << date;
     EXPECT_EQ(o.out, "again");
-    EXPECT_EQ(o.connections, 2);
+    EXPECT_EQ(o.attempts, 2);
     EXPECT_NE(o.clock_shift, 0) << date;
   }
 }
@@ -226,7 +226,7 @@ TEST(HostilePeer, AuthErrorValues) {
   const struct {
     const char *value;
     int result;
-    int connections;
+    int attempts;
   } cases[] = {
       {"1", 0, 2},    {" 01", 0, 2},
       {"+1", 0, 2},   {"1abc", 0, 2},
@@ -239,7 +239,7 @@ TEST(HostilePeer, AuthErrorValues) {
                                     "\r\nDate: " + date_in_an_hour() + "\r\n"),
                             ok("fine")});
     EXPECT_EQ(o.result, c.result) << c.value;
-    EXPECT_EQ(o.connections, c.connections) << c.value;
+    EXPECT_EQ(o.attempts, c.attempts) << c.value;
     EXPECT_EQ(o.out, c.result == 0 ? "fine" : untouched) << c.value;
   }
 }
@@ -248,7 +248,7 @@ TEST(HostilePeer, RefusesForeverWithAuthError) {
   const outcome o =
       call({refusal("auth_error: 1\r\nDate: " + date_in_an_hour() + "\r\n")});
   EXPECT_EQ(o.result, -3);
-  EXPECT_EQ(o.connections, 3);
+  EXPECT_EQ(o.attempts, 3);
   EXPECT_EQ(o.out, untouched);
   EXPECT_EQ(o.printed, "");
 }
