@@ -64,7 +64,8 @@ VELMORA_EXPORT int client_context_set_password_hash(client_context_s *context,
 /* The user name, lent; null when no user is set. */
 VELMORA_EXPORT const char *client_context_get_user(client_context_s *context);
 /* The password hash, lent; null until computed or given. */
-VELMORA_EXPORT char *client_context_get_password_sha1(client_context_s *context);
+VELMORA_EXPORT char *
+client_context_get_password_sha1(client_context_s *context);
 /* An empty token is still a token: it selects the token scheme. */
 VELMORA_EXPORT int client_context_set_token(client_context_s *context,
                                             const char *token);

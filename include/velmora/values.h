@@ -37,15 +37,42 @@ typedef void (*value_copier)(void **slot, void *value);
 
 /* ---- Value cells ------------------------------------------------------ */
 
-struct Long { int64_t value; };     /* "Long" */
-struct ULong { uint64_t value; };   /* written as "Long" too */
-struct Double { double value; };    /* "Double" */
-struct Time { int64_t value; };     /* "Time" */
-struct Date { int64_t value; };     /* "Date" */
-struct Integer { int32_t value; };  /* element type "Integer" */
-struct Boolean { int32_t value; };  /* element type "Boolean": 0 or 1 */
-struct IP { char *value; };         /* "IP" */
-struct Ciphered { char *value; };   /* "Ciphered" */
+/* "Long" */
+struct Long {
+  int64_t value;
+};
+/* written as "Long" too */
+struct ULong {
+  uint64_t value;
+};
+/* "Double" */
+struct Double {
+  double value;
+};
+/* "Time" */
+struct Time {
+  int64_t value;
+};
+/* "Date" */
+struct Date {
+  int64_t value;
+};
+/* element type "Integer" */
+struct Integer {
+  int32_t value;
+};
+/* element type "Boolean": 0 or 1 */
+struct Boolean {
+  int32_t value;
+};
+/* "IP" */
+struct IP {
+  char *value;
+};
+/* "Ciphered" */
+struct Ciphered {
+  char *value;
+};
 
 /* "Blob": `length` bytes at `data` (may be null when `length` is 0). */
 struct Blob {
@@ -62,7 +89,8 @@ VELMORA_EXPORT void safe_free(void **slot);
 
 /* Stores a strdup copy of `text` (null for a null text) in `*slot` and
  * returns it; the slot's old text is not released. Also the copier of plain
- * texts ("Unicode"). */
+ * texts ("Unicode"): pass it to a container as (value_copier)string_copier;
+ * the containers recognise it and call it by its own type. */
 VELMORA_EXPORT char *string_copier(char **slot, const char *text);
 
 /* ---- Numeric scalars -------------------------------------------------- */
@@ -335,7 +363,8 @@ VELMORA_EXPORT void ordering_setOrder_by(Ordering *ordering,
                                          const char *order_by);
 /* Writes "asc" (true only for exactly 1) and "order_by" ("" when there is
  * no text) whatever the mask says; returns &out. */
-VELMORA_EXPORT Json::Value *Ordering_serialize(void *ordering, Json::Value &out);
+VELMORA_EXPORT Json::Value *Ordering_serialize(void *ordering,
+                                               Json::Value &out);
 /* A new record with both presence bits set, whatever `in` holds. */
 VELMORA_EXPORT void *Ordering_deserialize(const Json::Value &in);
 /* Copies the fields whose presence bits are set, with the whole mask. */
@@ -392,15 +421,17 @@ VELMORA_EXPORT void dict_free(dict_s *dict);
 
 /* The deserializer's steps: each reads its member of a "__properties__"
  * object into a record fresh from its _new, overwriting the field. */
-VELMORA_EXPORT void ordering_setJsonAsc(void *ordering, const Json::Value &properties);
+VELMORA_EXPORT void ordering_setJsonAsc(void *ordering,
+                                        const Json::Value &properties);
 VELMORA_EXPORT void ordering_setJsonOrder_by(void *ordering,
                                              const Json::Value &properties);
 VELMORA_EXPORT void listinfo_setJsonLimit(void *list_info,
                                           const Json::Value &properties);
 VELMORA_EXPORT void listinfo_setJsonOrder(void *list_info,
                                           const Json::Value &properties);
-VELMORA_EXPORT void listinfo_setJsonSearch_parameters(void *list_info,
-                                                      const Json::Value &properties);
+VELMORA_EXPORT void
+listinfo_setJsonSearch_parameters(void *list_info,
+                                  const Json::Value &properties);
 VELMORA_EXPORT void listinfo_setJsonOffset(void *list_info,
                                            const Json::Value &properties);
 
