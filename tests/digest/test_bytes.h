@@ -3,7 +3,6 @@
 #define VELMORA_TEST_BYTES_H
 
 #include <cstdint>
-#include <cstdio>
 #include <random>
 #include <string>
 
@@ -23,23 +22,6 @@ inline std::string random_bytes(std::mt19937 &rng, size_t count) {
   for (char &c : bytes)
     c = static_cast<char>(rng());
   return bytes;
-}
-
-/* Everything `write` puts into a temporary stream, and what it returned. */
-template <typename Write>
-std::string written_to_stream(Write write, int *status = nullptr) {
-  FILE *stream = tmpfile();
-  if (!stream)
-    return "<no tmpfile>";
-  int result = write(stream);
-  if (status)
-    *status = result;
-  std::string text;
-  rewind(stream);
-  for (int c; (c = fgetc(stream)) != EOF;)
-    text += static_cast<char>(c);
-  fclose(stream);
-  return text;
 }
 
 #endif
