@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <openssl/evp.h>
 
 #include <cctype>
 #include <cstdlib>
@@ -7,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "test_bytes.h"
+#include "oracles.h"
 #include "velmora/digest.h"
 
 namespace {
@@ -58,8 +57,7 @@ TEST(Base64, DecoderStopRules) {
       {"Zm=9v", "f"},
       {"=Zm9v", ""},
       {"Zh==", "f"},
-      {"Zm9vYg=garbage", "foob"},
-  };
+      {"Zm9vYg=garbage", "foob"}};
   for (const auto &[text, bytes] : cases)
     EXPECT_EQ(decode(text), bytes) << testing::PrintToString(text);
 }
@@ -108,13 +106,8 @@ TEST(Base64, RandomRoundTripsMatchOpenSsl) {
   for (int round = 0; round < 1500; ++round) {
     const std::string bytes =
         random_bytes(rng, rng() % (round < 100 ? 40 : 700));
-    std::string expected(4 * ((bytes.size() + 2) / 3) + 1, '\0');
-    expected.resize(size_t(
-        EVP_EncodeBlock(reinterpret_cast<unsigned char *>(&expected[0]),
-                        reinterpret_cast<const unsigned char *>(bytes.data()),
-                        int(bytes.size()))));
     const std::string text = encode(bytes);
-    ASSERT_EQ(text, expected) << bytes.size() << " bytes";
+    ASSERT_EQ(text, oracle_base64(bytes)) << bytes.size() << " bytes";
     ASSERT_EQ(decode(text), bytes) << bytes.size() << " bytes";
 
     /* Cut anywhere, the decoder keeps every whole byte before the cut. */
