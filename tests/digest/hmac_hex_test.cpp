@@ -1,22 +1,21 @@
 #include <gtest/gtest.h>
-#include <openssl/hmac.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
 
-#include "test_bytes.h"
+#include "capture_stdout.h"
+#include "oracles.h"
 #include "velmora/digest.h"
 
 namespace {
 
-std::string hmac_hex(const std::string &key, const std::string &data,
-                     int out_length = 20) {
+std::string hmac_hex(const std::string &key, const std::string &data) {
   char out[20];
-  hmac_sha(key.data(), int(key.size()), data.data(), int(data.size()), out,
-           out_length);
-  return to_hex(out, size_t(std::min(out_length, 20)));
+  hmac_sha(key.data(), int(key.size()), data.data(), int(data.size()), out, 20);
+  return to_hex(out, 20);
 }
 
 TEST(HmacSha, Rfc2202Cases) {
@@ -41,50 +40,38 @@ TEST(HmacSha, Rfc2202Cases) {
       {std::string(80, '\xaa'),
        "Test Using Larger Than Block-Size Key and Larger Than One "
        "Block-Size Data",
-       "e8e99d0f45237d786d6bbaa7965c7808bbff1a91"},
-      {"", "", "fbdb1d1b18aa6c08324b7d64b71fb76370690e1d"},
-  };
+       "e8e99d0f45237d786d6bbaa7965c7808bbff1a91"}};
   for (const auto &c : cases)
     EXPECT_EQ(hmac_hex(c.key, c.data), c.hex) << c.data;
 }
 
 TEST(HmacSha, KeysAroundTheBlockSizeMatchOpenSsl) {
   std::mt19937 rng(3);
-  for (size_t key_size : {0, 1, 20, 63, 64, 65, 100, 1000}) {
-    for (size_t data_size : {0, 1, 55, 64, 200}) {
+  for (size_t key_size : {0, 1, 63, 64, 65, 1000}) {
+    for (size_t data_size : {0, 55, 64, 200}) {
       const std::string key = random_bytes(rng, key_size);
       const std::string data = random_bytes(rng, data_size);
-      unsigned char expected[20];
-      unsigned int expected_size = 0;
-      HMAC(EVP_sha1(), key.data(), int(key.size()),
-           reinterpret_cast<const unsigned char *>(data.data()), data.size(),
-           expected, &expected_size);
-      EXPECT_EQ(hmac_hex(key, data), to_hex(expected, expected_size))
+      EXPECT_EQ(hmac_hex(key, data), to_hex(oracle_hmac(key, data).data(), 20))
           << key_size << "-byte key, " << data_size << " bytes";
     }
   }
 }
 
+/* Bytes past the ones asked for stay as they were; a negative data length
+ * gives zeros rather than a read. */
 TEST(HmacSha, WritesOnlyTheBytesAskedFor) {
   const std::string full = hmac_hex("Jefe", "what do ya want for nothing?");
-  for (int wanted : {25, 20, 12, 1, 0, -1, -100}) {
+  for (int wanted : {25, 20, 12, 0, -1}) {
     char out[32];
     memset(out, '#', sizeof out);
     hmac_sha("Jefe", 4, "what do ya want for nothing?", 28, out, wanted);
-    const int written = std::max(0, std::min(wanted, 20));
-    EXPECT_EQ(to_hex(out, size_t(written)), full.substr(0, 2 * size_t(written)))
-        << wanted;
-    EXPECT_EQ(std::string(out + written, sizeof out - size_t(written)),
-              std::string(sizeof out - size_t(written), '#'))
+    const size_t written = size_t(std::max(0, std::min(wanted, 20)));
+    EXPECT_EQ(to_hex(out, written) + std::string(out + written, 32 - written),
+              full.substr(0, 2 * written) + std::string(32 - written, '#'))
         << wanted;
   }
-}
-
-TEST(HmacSha, NegativeDataLengthGivesZerosNotARead) {
-  char out[20];
-  memset(out, '#', sizeof out);
-  const char data[1] = {'x'};
-  hmac_sha("key", 3, data, -5, out, 20);
+  char out[21] = "####################";
+  hmac_sha("key", 3, "x", -5, out, 20);
   EXPECT_EQ(std::string(out, 20), std::string(20, '\0'));
 }
 
@@ -92,50 +79,47 @@ TEST(Truncate, CopiesFrontToBackAndNothingForNonPositiveCounts) {
   char source[] = "abcdef";
   char destination[] = "......";
   truncate(source, destination, 4);
-  EXPECT_STREQ(destination, "abcd..");
   truncate(source, destination, 0);
   truncate(source, destination, -3);
   EXPECT_STREQ(destination, "abcd..");
-
   /* Overlapping, destination one byte ahead: a forward copy smears. */
   char overlap[] = "xyz...";
   truncate(overlap, overlap + 1, 4);
   EXPECT_STREQ(overlap, "xxxxx.");
 }
 
-TEST(ToHexString, RendersEveryByteValueInLowercase) {
-  char digest[20];
-  for (int i = 0; i < 20; ++i)
-    digest[i] = char(i);
-  char text[42];
-  memset(text, '#', sizeof text);
-  toHexString(digest, text);
-  EXPECT_STREQ(text, "000102030405060708090a0b0c0d0e0f10111213");
-  EXPECT_EQ(text[41], '#');
-
-  for (int i = 0; i < 20; ++i)
-    digest[i] = char(0xEC + i);
-  toHexString(digest, text);
-  EXPECT_EQ(std::string(text), to_hex(digest, 20));
-  EXPECT_EQ(std::string(text).substr(38), "ff");
-}
-
-TEST(PrSha, WritesPrefixDigitsAndFinalZero) {
-  char bytes[] = {'\x9c', '\x00', '\xff', '\x0a'};
-  const struct {
-    int count;
-    const char *text;
-  } cases[] = {{4, "0x9c00ff0a0"}, {1, "0x9c0"}, {0, "0x0"}, {-2, "0x0"}};
-  for (const auto &c : cases) {
-    int status = 0;
-    EXPECT_EQ(written_to_stream(
-                  [&](FILE *stream) { return pr_sha(stream, bytes, c.count); },
-                  &status),
-              c.text);
-    EXPECT_EQ(status, '0');
-  }
+/* toHexString, sha1_dump and pr_sha render every byte value as two
+ * lowercase digits; the stream writers return the status of their last
+ * write. */
+TEST(HexRendering, EveryByteValueInLowercase) {
+  const std::pair<int, const char *> digests[] = {
+      {0, "000102030405060708090a0b0c0d0e0f10111213"},
+      {0xEC, "ecedeeeff0f1f2f3f4f5f6f7f8f9fafbfcfdfeff"}};
   FILE *read_only = fopen("/dev/null", "r");
   ASSERT_NE(read_only, nullptr);
+  for (const auto &[start, hex] : digests) {
+    uint8_t digest[20];
+    for (int i = 0; i < 20; ++i)
+      digest[i] = uint8_t(start + i);
+    char text[42];
+    memset(text, '#', sizeof text);
+    toHexString(reinterpret_cast<char *>(digest), text);
+    EXPECT_EQ(std::string(text, 42), std::string(hex) + '\0' + '#');
+    int status = 0;
+    EXPECT_EQ(capture_stdout([&] { status = sha1_dump(stdout, digest); }),
+              std::string(hex) + "\n");
+    EXPECT_EQ(status, '\n');
+    EXPECT_EQ(sha1_dump(read_only, digest), EOF);
+  }
+
+  char bytes[] = {'\x9c', '\x00', '\xff', '\x0a'};
+  for (const auto &[count, text] :
+       {std::pair{4, "0x9c00ff0a0"}, {1, "0x9c0"}, {0, "0x0"}, {-2, "0x0"}}) {
+    int status = 0;
+    EXPECT_EQ(capture_stdout([&] { status = pr_sha(stdout, bytes, count); }),
+              text);
+    EXPECT_EQ(status, '0');
+  }
   EXPECT_EQ(pr_sha(read_only, bytes, 4), EOF);
   fclose(read_only);
 }

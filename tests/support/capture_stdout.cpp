@@ -3,37 +3,41 @@
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
-#include <unistd.h>
 
-std::string capture_stdout(const std::function<void()> &body) {
+namespace {
+
+void flush_all() {
   std::cout.flush();
-  fflush(stdout);
+  std::cerr.flush();
+  fflush(nullptr);
+}
+
+} // namespace
+
+std::string capture_output(int fd, const std::function<void()> &body) {
   FILE *sink = tmpfile();
   if (sink == nullptr)
     throw std::runtime_error("tmpfile failed");
-  int saved = dup(STDOUT_FILENO);
-  dup2(fileno(sink), STDOUT_FILENO);
+  flush_all();
+  const int saved = dup(fd);
+  dup2(fileno(sink), fd);
+  const auto restore = [&] {
+    flush_all();
+    dup2(saved, fd);
+    close(saved);
+  };
   try {
     body();
   } catch (...) {
-    std::cout.flush();
-    fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
+    restore();
     fclose(sink);
     throw;
   }
-  std::cout.flush();
-  fflush(stdout);
-  dup2(saved, STDOUT_FILENO);
-  close(saved);
-
+  restore();
   std::string text;
   rewind(sink);
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, sink)) > 0)
-    text.append(buffer, n);
+  for (int c; (c = fgetc(sink)) != EOF;)
+    text += static_cast<char>(c);
   fclose(sink);
   return text;
 }

@@ -46,8 +46,8 @@ private:
 
   Responder respond_;
   int listener_ = -1;
-  int wake_[2] = {-1, -1};
   int port_ = 0;
+  std::atomic<bool> stopping_{false};
   mutable std::mutex mutex_;
   std::vector<std::string> requests_;
   std::thread thread_;
