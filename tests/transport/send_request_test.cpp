@@ -86,39 +86,14 @@ TEST_F(SendRequest, UnsignedRequestCarriesOnlyTheKeyLine) {
   }
 }
 
-/* The path goes unchanged; "Date:" (no space) is the local clock plus the
- * offset, followed by the AUTHENTICATION and key lines. */
-TEST_F(SendRequest, SignedRequestLineHostDateAndHeaderOrder) {
-  reset("u");
-  client_context_set_host(context(), "localhost");
+/* The path and every byte of the body, NUL included, go as they are and
+ * are signed; "Date:" (no space) is the local clock plus the offset and
+ * comes right before the AUTHENTICATION and key lines; every byte of the
+ * reply is delivered. The password's hash is computed once. */
+TEST_F(SendRequest, SignedRequestsUnderEachSchemeAndKey) {
+  const std::string path = "/a/b?c=d&e=%20f", body("{\"n\":\0}\xff\n", 9),
+                    reply("r\0s", 3);
   const int64_t offset = -400 * 86400;
-  context()->clock_offset = offset;
-  LoopbackServer server({http_reply(200)});
-  std::string out;
-  time_t before = time(nullptr) + offset;
-  ASSERT_EQ(send(server, "/a/b?c=d&e=%20f", "", &out), 0) << printed_;
-  time_t after = time(nullptr) + offset;
-  const std::string request = server.requests()[0];
-  const std::vector<std::string> lines = request_lines(request);
-  EXPECT_EQ(lines[0], "POST /a/b?c=d&e=%20f HTTP/1.1");
-  EXPECT_EQ(line_value(request, "Host: "),
-            "localhost:" + std::to_string(server.port()));
-  size_t date = 0;
-  while (date < lines.size() && lines[date].compare(0, 5, "Date:") != 0)
-    ++date;
-  ASSERT_LT(date + 2, lines.size());
-  EXPECT_NE(lines[date][5], ' ');
-  EXPECT_EQ(lines[date + 1].compare(0, 15, "AUTHENTICATION:"), 0);
-  EXPECT_EQ(lines[date + 2], "LOCAL_AUTH_KEY: host-key");
-  struct tm low, high;
-  EXPECT_GE(request_time(request), timegm(localtime_r(&before, &low)));
-  EXPECT_LE(request_time(request), timegm(localtime_r(&after, &high)));
-}
-
-/* Every byte of the body, NUL included, is sent and signed, and every byte
- * of the reply delivered. The password's hash is computed once. */
-TEST_F(SendRequest, SigningSchemesAndKeys) {
-  const std::string body("{\"n\":\0}\xff\n", 9), reply("r\0s", 3);
   const struct {
     const char *label, *password, *hash, *token;
     std::string key;
@@ -132,6 +107,8 @@ TEST_F(SendRequest, SigningSchemesAndKeys) {
   for (const auto &c : cases) {
     SCOPED_TRACE(c.label);
     reset("user@example");
+    client_context_set_host(context(), "localhost");
+    context()->clock_offset = offset;
     client_context_set_password(context(), c.password);
     if (c.hash)
       client_context_set_password_hash(context(), c.hash);
@@ -140,13 +117,28 @@ TEST_F(SendRequest, SigningSchemesAndKeys) {
     const char *hash = nullptr;
     for (size_t round = 0; round < 2; ++round) {
       std::string out;
-      ASSERT_EQ(send(server, "/sign", body, &out), 0);
+      time_t before = time(nullptr) + offset;
+      ASSERT_EQ(send(server, path, body, &out), 0) << printed_;
+      time_t after = time(nullptr) + offset;
       EXPECT_EQ(out, reply);
       const std::string request = server.requests()[round];
+      const std::vector<std::string> lines = request_lines(request);
+      EXPECT_EQ(lines[0], "POST " + path + " HTTP/1.1");
+      EXPECT_EQ(line_value(request, "Host: "),
+                "localhost:" + std::to_string(server.port()));
+      size_t date = 1;
+      while (date + 3 < lines.size() && lines[date].compare(0, 5, "Date:"))
+        ++date;
+      EXPECT_NE(lines[date][5], ' ');
+      EXPECT_EQ(lines[date + 1],
+                "AUTHENTICATION:" +
+                    expected_authentication(request, path, body, c.key,
+                                            c.token != nullptr));
+      EXPECT_EQ(lines[date + 2], "LOCAL_AUTH_KEY: host-key");
+      struct tm low, high;
+      EXPECT_GE(request_time(request), timegm(localtime_r(&before, &low)));
+      EXPECT_LE(request_time(request), timegm(localtime_r(&after, &high)));
       EXPECT_EQ(request_body(request), body);
-      EXPECT_EQ(line_value(request, "AUTHENTICATION:"),
-                expected_authentication(request, "/sign", body, c.key,
-                                        c.token != nullptr));
       if (round == 0)
         hash = client_context_get_password_sha1(context());
       EXPECT_EQ(client_context_get_password_sha1(context()), hash);
@@ -173,16 +165,12 @@ TEST_F(SendRequest, OneReplyDecidesTheResult) {
       {http_reply(401, "", "denied"), -3, "kept"},
       {http_reply(401, date), -3, "kept"},
       {http_reply(401, "auth_error: 2\r\n" + date), -3, "kept"},
-      {http_reply(401, "auth_error: 0\r\n" + date), -3, "kept"},
       {http_reply(401, "auth_error: x1\r\n" + date), -3, "kept"},
       {http_reply(401, "auth_error: 11\r\n" + date), -3, "kept"},
-      {http_reply(401, "X-Note: auth_error\r\n" + date), -3, "kept"},
       {http_reply(401, "auth_error: 1\r\n"), -3, "kept"},
       {http_reply(401, resync + " yesterday\r\n"), -2, "kept"},
       {http_reply(401, resync + "\r\n"), -2, "kept"},
       {http_reply(401, resync + "    \r\n"), -2, "kept"},
-      {http_reply(401, resync + " Mon, 99 Jan 2024 10:00:00 GMT\r\n"), -2,
-       "kept"},
       {"", -2, "kept"}, /* closed without a reply */
   };
   for (const auto &c : cases) {
@@ -280,7 +268,8 @@ TEST_F(SendRequest, RedirectionsAreFollowed) {
 }
 
 /* A CR, LF or NUL in a token that would be sent, or in the key, refuses
- * the request; so does a NUL in the path. */
+ * the request, and so does a NUL in the path; a line break in the path
+ * makes a URL that libcurl rejects. Nothing reaches the server. */
 TEST_F(SendRequest, ValuesThatWouldBreakALineAreNeverSent) {
   for (const std::string &bad :
        {std::string("a\rb"), std::string("a\nb"), std::string("a\0b", 3)}) {
