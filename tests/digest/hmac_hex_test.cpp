@@ -115,9 +115,8 @@ TEST(HexRendering, EveryByteValueInLowercase) {
   char bytes[] = {'\x9c', '\x00', '\xff', '\x0a'};
   for (const auto &[count, text] :
        {std::pair{4, "0x9c00ff0a0"}, {1, "0x9c0"}, {0, "0x0"}, {-2, "0x0"}}) {
-    int status = 0;
-    EXPECT_EQ(capture_stdout([&] { status = pr_sha(stdout, bytes, count); }),
-              text);
+    int status = 0, n = count; // a lambda may not capture a binding
+    EXPECT_EQ(capture_stdout([&] { status = pr_sha(stdout, bytes, n); }), text);
     EXPECT_EQ(status, '0');
   }
   EXPECT_EQ(pr_sha(read_only, bytes, 4), EOF);

@@ -2,70 +2,42 @@
 
 #include <arpa/inet.h>
 #include <cerrno>
-#include <cstring>
+#include <cstdint>
+#include <cstdlib>
 #include <netinet/in.h>
-#include <poll.h>
 #include <stdexcept>
 #include <strings.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
-/* How long a silent client may keep the one serving thread. */
-const int read_timeout_ms = 5000;
-
+/* A socket bound to an ephemeral port of 127.0.0.1, and that port. */
 int bound_socket(int &port) {
   int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0)
-    throw std::runtime_error("socket failed");
-  int on = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t length = sizeof address;
-  if (bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+  if (fd < 0 ||
+      bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
       getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
-    close(fd);
-    throw std::runtime_error("bind failed");
+    if (fd >= 0)
+      close(fd);
+    throw std::runtime_error("cannot bind a loopback socket");
   }
   port = ntohs(address.sin_port);
   return fd;
 }
 
-/* Appends what arrives within the time-out; false on end, error or silence. */
-bool receive_more(int fd, std::string &text) {
-  pollfd ready{fd, POLLIN, 0};
-  if (poll(&ready, 1, read_timeout_ms) <= 0)
-    return false;
-  char buffer[16384];
-  ssize_t n = recv(fd, buffer, sizeof buffer, 0);
-  if (n <= 0)
-    return false;
-  text.append(buffer, size_t(n));
-  return true;
-}
-
-size_t content_length(const std::string &head) {
-  for (const std::string &line : request_lines(head + "\r\n\r\n")) {
-    static const char name[] = "content-length:";
+/* The Content-Length of a request whose head has arrived. */
+size_t content_length(const std::string &request) {
+  static const char name[] = "content-length:";
+  for (const std::string &line : request_lines(request))
     if (strncasecmp(line.c_str(), name, sizeof name - 1) == 0)
       return strtoul(line.c_str() + sizeof name - 1, nullptr, 10);
-  }
   return 0;
-}
-
-void send_all(int fd, const std::string &text) {
-  size_t sent = 0;
-  while (sent < text.size()) {
-    ssize_t n = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
-      return;
-    sent += size_t(n);
-  }
 }
 
 } // namespace
@@ -118,21 +90,35 @@ void LoopbackServer::serve() {
 }
 
 void LoopbackServer::answer(int connection) {
+  /* A silent client keeps the one serving thread at most this long. */
+  const timeval timeout{5, 0};
+  setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
   std::string request;
-  size_t head_end;
-  while ((head_end = request.find("\r\n\r\n")) == std::string::npos)
-    if (!receive_more(connection, request))
+  size_t total = SIZE_MAX;
+  char buffer[16384];
+  while (request.size() < total) {
+    ssize_t n = recv(connection, buffer, sizeof buffer, 0);
+    if (n <= 0)
       break;
-  if (head_end != std::string::npos) {
-    size_t total = head_end + 4 + content_length(request.substr(0, head_end));
-    while (request.size() < total && receive_more(connection, request)) {
-    }
+    request.append(buffer, size_t(n));
+    size_t head_end = request.find("\r\n\r\n");
+    if (total == SIZE_MAX && head_end != std::string::npos)
+      total = head_end + 4 + content_length(request);
   }
   {
     std::lock_guard<std::mutex> lock(mutex_);
     requests_.push_back(request);
   }
-  send_all(connection, respond_(request));
+  const std::string reply = respond_(request);
+  for (size_t sent = 0; sent < reply.size();) {
+    ssize_t n = send(connection, reply.data() + sent, reply.size() - sent,
+                     MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      break;
+    sent += size_t(n);
+  }
   shutdown(connection, SHUT_WR);
 }
 

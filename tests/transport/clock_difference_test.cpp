@@ -22,19 +22,17 @@ struct tm fields(int year, int month, int day, int hour, int minute,
 TEST(ClockDifference, MatchesTheCalendarFieldByField) {
   const struct {
     struct tm stamp, server;
-  } cases[] = {
-      {fields(2024, 3, 1, 10, 0, 0), fields(2024, 3, 1, 11, 0, 0)},
-      {fields(2024, 3, 1, 10, 0, 0), fields(2024, 3, 1, 9, 59, 59)},
-      {fields(2023, 12, 31, 23, 59, 59), fields(2024, 1, 1, 0, 0, 0)},
-      {fields(2024, 2, 28, 12, 0, 0), fields(2024, 3, 1, 12, 0, 0)},
-      {fields(2100, 2, 28, 12, 0, 0), fields(2100, 3, 1, 12, 0, 0)},
-      {fields(2000, 2, 28, 12, 0, 0), fields(2000, 3, 1, 12, 0, 0)},
-      {fields(1970, 1, 1, 0, 0, 0), fields(2038, 1, 19, 3, 14, 8)},
-      {fields(2400, 12, 31, 0, 0, 0), fields(1601, 1, 1, 0, 0, 0)},
-      {fields(1900, 3, 1, 0, 0, 0), fields(1904, 3, 1, 0, 0, 0)},
-      {fields(9999, 12, 31, 23, 59, 59), fields(0, 1, 1, 0, 0, 0)},
-      {fields(2024, 6, 15, 8, 30, 0), fields(2024, 6, 15, 8, 30, 60)},
-  };
+  } cases[] = {{fields(2024, 3, 1, 10, 0, 0), fields(2024, 3, 1, 11, 0, 0)},
+               {fields(2024, 3, 1, 10, 0, 0), fields(2024, 3, 1, 9, 59, 59)},
+               {fields(2023, 12, 31, 23, 59, 59), fields(2024, 1, 1, 0, 0, 0)},
+               {fields(2024, 2, 28, 12, 0, 0), fields(2024, 3, 1, 12, 0, 0)},
+               {fields(2100, 2, 28, 12, 0, 0), fields(2100, 3, 1, 12, 0, 0)},
+               {fields(2000, 2, 28, 12, 0, 0), fields(2000, 3, 1, 12, 0, 0)},
+               {fields(1970, 1, 1, 0, 0, 0), fields(2038, 1, 19, 3, 14, 8)},
+               {fields(2400, 12, 31, 0, 0, 0), fields(1601, 1, 1, 0, 0, 0)},
+               {fields(1900, 3, 1, 0, 0, 0), fields(1904, 3, 1, 0, 0, 0)},
+               {fields(9999, 12, 31, 23, 59, 59), fields(0, 1, 1, 0, 0, 0)},
+               {fields(2024, 6, 15, 8, 30, 0), fields(2024, 6, 15, 8, 30, 60)}};
   for (auto c : cases) {
     struct tm stamp = c.stamp, server = c.server;
     int64_t expected = int64_t(timegm(&server)) - int64_t(timegm(&stamp));

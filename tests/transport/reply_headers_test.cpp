@@ -1,3 +1,4 @@
+/* Reply header lookup, blank stripping and the test-tool leftovers. */
 #include <memory>
 #include <string>
 
@@ -8,8 +9,8 @@
 
 namespace {
 
-TEST(ExtractHeader, FindsTheValueUpToTheLineFeed) {
-  const std::string replies =
+TEST(ExtractHeader, FindsTheValueUpToTheLineFeedInAnyCase) {
+  const std::string reply =
       "HTTP/1.1 401 Unauthorized\r\nX-Other: 1\r\nauth_error: 1\r\n"
       "DATE: Mon, 01 Jan 2024 10:00:00 GMT\r\n\r\n";
   const struct {
@@ -17,22 +18,17 @@ TEST(ExtractHeader, FindsTheValueUpToTheLineFeed) {
     int code;
     std::string value;
   } cases[] = {
-      {replies, "auth_error:", 0, " 1\r"},
-      {replies, "AUTH_ERROR:", 0, " 1\r"},
-      {replies, "Date:", 0, " Mon, 01 Jan 2024 10:00:00 GMT\r"},
-      {"date: x\r\n", "Date:", 0, " x\r"},
+      {reply, "AUTH_ERROR:", 0, " 1\r"},
+      {reply, "Date:", 0, " Mon, 01 Jan 2024 10:00:00 GMT\r"},
       {"X-Backup-Date: y\r\nDate: z\r\n", "Date:", 0, " y\r"},
-      {"Date: x\r\n", "date", 0, ": x\r"},
       {"Date:\n", "Date:", 0, ""},
       {"Date: no line end", "Date:", -2, "unchanged"},
       {std::string("Date: early\0\n", 13), "Date:", -2, "unchanged"},
       {std::string("Server: a\0Date: b\n", 18), "Date:", -1, "unchanged"},
-      {replies, "Location:", -1, "unchanged"},
-      {"", "Date:", -1, "unchanged"},
+      {reply, "Location:", -1, "unchanged"},
       {"Dat", "Date:", -1, "unchanged"},
       {"ab\ncd\n", "", 0, "ab"},
-      {"a\nb: c\n", "a\nb:", 0, " c"},
-  };
+      {"a\nb: c\n", "a\nb:", 0, " c"}};
   for (const auto &c : cases) {
     std::string headers = c.headers;
     std::string value = "unchanged";
@@ -41,9 +37,6 @@ TEST(ExtractHeader, FindsTheValueUpToTheLineFeed) {
     EXPECT_EQ(value, c.value) << ::testing::PrintToString(c.headers);
     EXPECT_EQ(headers, c.headers);
   }
-}
-
-TEST(ExtractHeader, NullHeadersAreNotFound) {
   std::string value = "kept";
   EXPECT_EQ(extract_header(nullptr, "Date:", value), -1);
   EXPECT_EQ(value, "kept");
@@ -52,16 +45,12 @@ TEST(ExtractHeader, NullHeadersAreNotFound) {
 TEST(StripBlanks, RemovesOnlyOuterSpaces) {
   const struct {
     std::string text, stripped;
-  } cases[] = {
-      {" x\r", "x\r"},
-      {"abc", "abc"},
-      {"  a b  ", "a b"},
-      {"   ", ""},
-      {" ", ""},
-      {"\ta\t", "\ta\t"},
-      {"\r\n x \r\n", "\r\n x \r\n"},
-      {std::string(" \0 ", 3), std::string("\0", 1)},
-  };
+  } cases[] = {{" x\r", "x\r"},
+               {"  a b  ", "a b"},
+               {"   ", ""},
+               {"\ta\t", "\ta\t"},
+               {"\r\n x \r\n", "\r\n x \r\n"},
+               {std::string(" \0 ", 3), std::string("\0", 1)}};
   for (const auto &c : cases) {
     std::string text = c.text;
     std::unique_ptr<std::string> stripped(stripLeadingAndTrailingBlanks(text));
@@ -71,15 +60,6 @@ TEST(StripBlanks, RemovesOnlyOuterSpaces) {
   }
   std::string empty;
   EXPECT_EQ(stripLeadingAndTrailingBlanks(empty), nullptr);
-}
-
-TEST(StripBlanks, DateValueFromExtractHeader) {
-  std::string headers = "Date: x\r\n";
-  std::string value;
-  ASSERT_EQ(extract_header(&headers, "Date:", value), 0);
-  EXPECT_EQ(value, " x\r");
-  std::unique_ptr<std::string> stripped(stripLeadingAndTrailingBlanks(value));
-  EXPECT_EQ(*stripped, "x\r");
 }
 
 TEST(TestToolLeftovers, WriteTheirTexts) {

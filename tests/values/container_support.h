@@ -1,9 +1,7 @@
-/* Helpers shared by the container and record tests. */
+/* Helpers shared by the value tests. */
 #ifndef VELMORA_TEST_CONTAINER_SUPPORT_H
 #define VELMORA_TEST_CONTAINER_SUPPORT_H
 
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -12,12 +10,10 @@
 
 #include "velmora/values.h"
 
-/* A namespace of their own: each test source of this directory links into
- * one program with the scalar tests' helpers. */
 namespace container_test {
 
 /* Compact JSON text; the JSON library writes object members in ascending
- * byte order of their names. */
+ * byte order of their names and escapes bytes outside ASCII. */
 inline std::string render(const Json::Value &value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
@@ -40,39 +36,12 @@ inline value_copier text_copier() {
       reinterpret_cast<void (*)()>(string_copier));
 }
 
-/* A test-only enveloped type "Tag": a cell that owns one heap text, so that
- * a missed release or a shared copy shows up under the leak checker. */
-struct Tag {
-  char *label;
-};
-
-inline void *tag_new(const char *label) {
-  Tag *tag = static_cast<Tag *>(malloc(sizeof *tag));
-  tag->label = strdup(label);
-  return tag;
-}
-
-inline const char *tag_label(const void *tag) {
-  return static_cast<const Tag *>(tag)->label;
-}
-
-inline void tag_deleter(void *tag) {
-  free(static_cast<Tag *>(tag)->label);
-  free(tag);
-}
-
-inline void *tag_deserialize(const Json::Value &in) {
-  return tag_new(in.get("__value__", Json::Value()).asString().c_str());
-}
-
-inline Json::Value *tag_serialize(void *tag, Json::Value &out) {
-  out["__type__"] = "Tag";
-  out["__value__"] = tag_label(tag);
-  return &out;
-}
-
-inline void tag_copier(void **slot, void *tag) {
-  *slot = tag_new(tag_label(tag));
+/* An IP cell owning a copy of `text`: an enveloped element whose lost or
+ * shared copies the leak checker and the allocator notice. */
+inline void *ip_cell(const char *text) {
+  void *cell = IP_new();
+  ip_setValue(cell, text);
+  return cell;
 }
 
 } // namespace container_test
