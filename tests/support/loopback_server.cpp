@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
 #include <netinet/in.h>
 #include <stdexcept>
 #include <strings.h>
@@ -155,4 +156,13 @@ int closed_port() {
   int port;
   close(bound_socket(port));
   return port;
+}
+
+std::string date_in_an_hour() {
+  const time_t later = time(nullptr) + 3600;
+  tm parts;
+  gmtime_r(&later, &parts);
+  char text[64];
+  strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
+  return text;
 }

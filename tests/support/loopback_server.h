@@ -55,6 +55,9 @@ private:
 
 /* A whole reply: status line, `headers` (complete lines, each ending in
  * "\r\n"), Content-Length, "Connection: close", a blank line, `body`. */
+/* A reply date an hour after now, in the form servers write it. */
+std::string date_in_an_hour();
+
 std::string http_reply(int status, const std::string &headers = "",
                        const std::string &body = "");
 

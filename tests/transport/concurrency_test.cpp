@@ -25,15 +25,6 @@ namespace {
 constexpr int thread_count = 8;
 constexpr int rounds = 10;
 
-std::string date_in_an_hour() {
-  const time_t later = time(nullptr) + 3600;
-  tm parts;
-  gmtime_r(&later, &parts);
-  char text[64];
-  strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
-  return text;
-}
-
 /* Echoes every body; the first request to each /skewed/ path is refused
  * with a date an hour ahead. Runs on the server's one thread. */
 LoopbackServer::Responder echo_responder() {

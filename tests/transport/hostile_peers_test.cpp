@@ -17,16 +17,6 @@
 
 namespace {
 
-/* A reply date an hour after now, in the form servers write it. */
-std::string date_in_an_hour() {
-  const time_t later = time(nullptr) + 3600;
-  tm parts;
-  gmtime_r(&later, &parts);
-  char text[64];
-  strftime(text, sizeof text, "%a, %d %b %Y %H:%M:%S GMT", &parts);
-  return text;
-}
-
 std::string refusal(const std::string &extra_headers) {
   return "HTTP/1.1 401 Unauthorized\r\nContent-Length: 6\r\n" + extra_headers +
          "\r\nrefuse";
