@@ -29,6 +29,10 @@ void *Blob_deserialize(const Json::Value &in) {
   char *data = nullptr;
   int length = 0;
   base64_decode(text, &data, length);
+  /* The decoder's buffer is as long as the text, so a null one for a
+   * non-empty text means memory ran out. */
+  if (data == nullptr && !text.empty())
+    return nullptr;
   Blob *blob = static_cast<Blob *>(malloc(sizeof(Blob)));
   if (blob == nullptr) {
     free(data);
@@ -49,9 +53,13 @@ void Blob_copier(void **slot, void *value) {
     return;
   int32_t length = readable_length(source);
   copy->data = length > 0 ? static_cast<char *>(malloc(length)) : nullptr;
-  if (copy->data != nullptr)
+  if (length > 0 && copy->data == nullptr) {
+    free(copy);
+    return;
+  }
+  if (length > 0)
     memcpy(copy->data, source->data, length);
-  copy->length = copy->data != nullptr ? length : 0;
+  copy->length = length;
   *slot = copy;
 }
 

@@ -43,8 +43,11 @@ Json::Value *envelope_write(Json::Value &out, const char *type,
 }
 
 const char *member_text(const Json::Value &member, std::string &storage) {
-  if (member.isString())
-    return member.asCString();
+  /* A string made from a null static text lends a null pointer. */
+  if (member.isString()) {
+    const char *text = member.asCString();
+    return text != nullptr ? text : "";
+  }
   storage = member.asString();
   return storage.c_str();
 }

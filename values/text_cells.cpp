@@ -14,8 +14,13 @@ namespace {
  * cell cannot be allocated. */
 void *text_cell_new(const char *text) {
   IP *cell = static_cast<IP *>(malloc(sizeof(IP)));
-  if (cell != nullptr)
-    cell->value = text != nullptr ? strdup(text) : nullptr;
+  if (cell == nullptr)
+    return nullptr;
+  cell->value = text != nullptr ? strdup(text) : nullptr;
+  if (text != nullptr && cell->value == nullptr) {
+    free(cell);
+    return nullptr;
+  }
   return cell;
 }
 
@@ -60,6 +65,8 @@ char *ip_setValue(void *value, const char *text) {
   IP *cell = static_cast<IP *>(value);
   /* Copy before release: `text` may be the cell's own. */
   char *copy = text != nullptr ? strdup(text) : nullptr;
+  if (text != nullptr && copy == nullptr)
+    return nullptr; /* out of memory: the old text stays */
   free(cell->value);
   cell->value = copy;
   return copy;

@@ -157,7 +157,8 @@ VELMORA_EXPORT void *IP_new(void);
 /* The cell's text, lent; null for a fresh cell. */
 VELMORA_EXPORT char *ip_getValue(void *value);
 /* Stores a copy of `text` (which may be the cell's own text), releases the
- * old one, and returns the copy. A null text leaves the cell without one. */
+ * old one, and returns the copy. A null text leaves the cell without one.
+ * When memory runs out, returns null and the cell keeps its old text. */
 VELMORA_EXPORT char *ip_setValue(void *value, const char *text);
 VELMORA_EXPORT Json::Value *IP_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *IP_deserialize(const Json::Value &in);

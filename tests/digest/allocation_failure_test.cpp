@@ -1,42 +1,14 @@
-/* Allocation failures, made on demand: the test program is linked with
- * --wrap=malloc, so every malloc call in it (the library's included) comes
- * here first. */
+/* Allocation failures, made on demand through the wrapped malloc. */
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "failing_malloc.h"
 #include "velmora/digest.h"
 
 namespace {
-
-/* Counts down malloc calls; the one that brings it to zero fails. */
-int mallocs_until_failure = 0;
-int mallocs_seen = 0;
-
-} // namespace
-
-extern "C" void *__real_malloc(size_t size);
-
-extern "C" void *__wrap_malloc(size_t size) {
-  ++mallocs_seen;
-  if (mallocs_until_failure > 0 && --mallocs_until_failure == 0)
-    return nullptr;
-  return __real_malloc(size);
-}
-
-namespace {
-
-/* Runs `body` with the `n`th malloc failing (0: none); returns how many
- * mallocs it made. */
-template <typename Body> int with_failing_malloc(int n, Body body) {
-  mallocs_seen = 0;
-  mallocs_until_failure = n;
-  body();
-  mallocs_until_failure = 0;
-  return mallocs_seen;
-}
 
 /* Each failure in turn: null, and nothing leaked (the leak checker sees). */
 TEST(AllocationFailure, Sha1FunctionsReturnNull) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "container_support.h"
+#include "failing_malloc.h"
 #include "velmora/values.h"
 
 namespace {
@@ -177,6 +178,64 @@ TEST(Scalar, ReadsByTheParsingRules) {
   void *cell = Time_deserialize(not_a_number);
   EXPECT_EQ(written_value(kTime, cell), "0.0");
   Time_deleter(cell);
+
+  /* A string made from a null static text lends no characters at all. */
+  Json::Value no_text;
+  no_text["__value__"] = Json::Value(Json::StaticString(nullptr));
+  const std::pair<const Type &, const char *> empty[] = {
+      {kLong, R"("0")"},
+      {kULong, R"("0")"},
+      {kDouble, R"("0.000000")"},
+      {kIP, R"("")"},
+      {kCiphered, R"("")"}};
+  for (const auto &[type, value] : empty) {
+    void *read = type.read(no_text);
+    EXPECT_EQ(written_value(type, read), value) << type.name;
+    type.release(read);
+  }
+  char *text = static_cast<char *>(string_deserialize(no_text["__value__"]));
+  EXPECT_STREQ(text, "");
+  string_deleter(text);
+}
+
+/* Each allocation of a read or a copy failing in turn gives null, and the
+ * leak checker sees that nothing made before it is lost. */
+TEST(Scalar, OutOfMemoryGivesNull) {
+  const struct {
+    const Type &type;
+    void *cell;
+  } cases[] = {{kLong, cell_of<Long>(7)},
+               {kDouble, cell_of<Double>(0.5)},
+               {kDate, cell_of<Date>(9)},
+               {kIP, text_of("10.0.0.1")},
+               {kBlob, blob_of("foo")}};
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.type.name);
+    Json::Value out;
+    c.type.serialize(c.cell, out);
+    const int reads =
+        with_failing_malloc(0, [&] { c.type.release(c.type.read(out)); });
+    const int copies = with_failing_malloc(0, [&] {
+      void *copy = nullptr;
+      c.type.copy(&copy, c.cell);
+      c.type.release(copy);
+    });
+    ASSERT_GE(reads, 1);
+    ASSERT_GE(copies, 1);
+    for (int n = 1; n <= reads; ++n)
+      with_failing_malloc(n, [&] { EXPECT_EQ(c.type.read(out), nullptr); });
+    for (int n = 1; n <= copies; ++n) {
+      void *copy = &copy;
+      with_failing_malloc(n, [&] { c.type.copy(&copy, c.cell); });
+      EXPECT_EQ(copy, nullptr) << n;
+    }
+    c.type.release(c.cell);
+  }
+  void *ip = IP_new();
+  ip_setValue(ip, "10.0.0.1");
+  with_failing_malloc(1, [&] { EXPECT_EQ(ip_setValue(ip, "::1"), nullptr); });
+  EXPECT_STREQ(ip_getValue(ip), "10.0.0.1");
+  IP_deleter(ip);
 }
 
 /* The sanitizer build's leak checker sees that nothing allocated before
