@@ -2,9 +2,10 @@
 # Installs a build into a temporary prefix, checks the library's SONAME
 # links and that the installed tools run, then builds and runs a small
 # consumer twice: with pkg-config and with CMake's find_package(Velmora).
-# Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX [CXXFLAGS]
+# Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX TOOLS [CXXFLAGS]
+# TOOLS is ON when the build has the tools.
 set -euo pipefail
-build=$1 consumer=$2 libdir=$3 cxx=$4 flags=${5:-}
+build=$1 consumer=$2 libdir=$3 cxx=$4 tools=$5 flags=${6:-}
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -21,8 +22,10 @@ readelf -d "$real" | grep -q 'SONAME.*\[libVelmora\.so\.1\]' ||
   { echo "wrong SONAME"; readelf -d "$real"; exit 1; }
 
 # The installed tools find the installed library through their RPATH.
-"$prefix/bin/velmora-request" --help >/dev/null
-"$prefix/bin/velmora-devserver" --help >/dev/null
+if [ "$tools" = ON ]; then
+  "$prefix/bin/velmora-request" --help >/dev/null
+  "$prefix/bin/velmora-devserver" --help >/dev/null
+fi
 
 echo "== pkg-config"
 # shellcheck disable=SC2046,SC2086
