@@ -196,8 +196,9 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
  * element of such a list is written as JSON null. Elements of any other
  * type need both operations: without them each is written as null and
  * entries are not read. Given a null container, the list, dictionary and
- * result-page operations do nothing and return null, 0, or -1
- * (list_compare, dict_remove). */
+ * result-page operations write nothing: serializers return &out (the
+ * dictionary's null), copiers store null, dict_keys gives an empty array,
+ * and the rest return null, 0, or -1 (list_compare, dict_remove). */
 struct list_s {
   int32_t nb_elements;
   int32_t capacity;
@@ -279,6 +280,7 @@ VELMORA_EXPORT void list_del(void *list);
 VELMORA_EXPORT void list_add(list_s *list, void *value);
 /* The element at `index`, lent; null outside 0 to nb_elements - 1. */
 VELMORA_EXPORT void *list_get(list_s *list, int32_t index);
+/* The element count. */
 VELMORA_EXPORT int32_t list_get_nb_elements(list_s *list);
 /* Stores in `*slot` a new list with the same sub-type and operations whose
  * elements were added with list_add (shared when there is no copier). */
@@ -335,9 +337,11 @@ VELMORA_EXPORT result_set_s *result_set_new(const char *sub_type,
                                             value_copier copier);
 /* Deletes the list with list_del, then the record. */
 VELMORA_EXPORT void result_set_del(void *result_set);
+/* list_add, list_get and list_get_nb_elements on the page's list. */
 VELMORA_EXPORT void result_set_add(result_set_s *result_set, void *value);
 VELMORA_EXPORT void *result_set_get(result_set_s *result_set, int32_t index);
 VELMORA_EXPORT int32_t result_get_nb_elements(result_set_s *result_set);
+/* The total count of results the page is part of (-1: unknown). */
 VELMORA_EXPORT int32_t result_set_get_total_items(result_set_s *result_set);
 VELMORA_EXPORT void result_set_set_total_items(result_set_s *result_set,
                                                int32_t total_items);
@@ -348,12 +352,17 @@ VELMORA_EXPORT Json::Value *result_set_serialize(void *result_set,
  * "__total_items__" (-1 when absent), accepted or not. */
 VELMORA_EXPORT result_set_s *result_set_deserialize(result_set_s *result_set,
                                                     const Json::Value &in);
+/* Stores in `*slot` a new page: the list copied as list_copier copies it,
+ * and the same total_items. */
 VELMORA_EXPORT void resultset_copier(void **slot, void *result_set);
 
 /* Ordering. Given a null record, the record operations here and below do
  * nothing: getters return 0 or null, copiers store null. */
+/* Zeroes every field of a record the caller allocated. */
 VELMORA_EXPORT void Ordering_init(Ordering *ordering);
+/* New zeroed record; release it with Ordering_deleter. */
 VELMORA_EXPORT Ordering *Ordering_new(void);
+/* The set sets the presence bit of "asc". */
 VELMORA_EXPORT int32_t ordering_getAsc(Ordering *ordering);
 VELMORA_EXPORT void ordering_setAsc(Ordering *ordering, int32_t asc);
 /* Lent; null when never given. */
@@ -372,11 +381,15 @@ VELMORA_EXPORT void *Ordering_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Ordering_copier(void **slot, void *ordering);
 /* Releases the members the mask says the record owns, not the record. */
 VELMORA_EXPORT void Ordering_destroy(Ordering *ordering);
+/* Ordering_destroy, then releases the record. */
 VELMORA_EXPORT void Ordering_deleter(void *ordering);
 
 /* ListInfo */
+/* Zeroes every field of a record the caller allocated. */
 VELMORA_EXPORT void ListInfo_init(ListInfo *list_info);
+/* New zeroed record; release it with ListInfo_deleter. */
 VELMORA_EXPORT ListInfo *ListInfo_new(void);
+/* Limit and offset: each set sets its presence bit. */
 VELMORA_EXPORT int32_t listinfo_getLimit(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setLimit(ListInfo *list_info, int32_t limit);
 /* Lent. */
