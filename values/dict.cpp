@@ -68,6 +68,8 @@ bool placed_before(const placed_entry &a, const placed_entry &b) {
   return a.age < b.age;
 }
 
+const size_t kPrefetchDistance = 8;
+
 bool same_key(const placed_entry &a, const placed_entry &b) {
   return a.leading == b.leading && a.length == b.length &&
          (a.length <= 8 || memcmp(a.key + 8, b.key + 8, a.length - 8) == 0);
@@ -221,6 +223,12 @@ Json::Value *dict_serialize(void *handle, Json::Value &out) {
   Json::Value elements(Json::objectValue);
   native_kind kind = velmora::native_kind_of(dict->sub_type);
   for (size_t i = 0; i < placed.size(); i++) {
+    // Sorted order visits keys and values at random in memory: ask for
+    // those a few entries ahead while this one is written.
+    if (i + kPrefetchDistance < placed.size()) {
+      __builtin_prefetch(placed[i + kPrefetchDistance].key);
+      __builtin_prefetch(placed[i + kPrefetchDistance].value);
+    }
     const placed_entry &p = placed[i];
     if (i > 0 && same_key(placed[i - 1], p))
       continue;
