@@ -220,7 +220,7 @@ Json::Value *dict_serialize(void *handle, Json::Value &out) {
   }
   std::sort(placed.begin(), placed.end(), placed_before);
 
-  Json::Value elements(Json::objectValue);
+  Json::Value &elements = out["__elements__"] = Json::Value(Json::objectValue);
   native_kind kind = velmora::native_kind_of(dict->sub_type);
   for (size_t i = 0; i < placed.size(); i++) {
     // Sorted order visits keys and values at random in memory: ask for
@@ -232,13 +232,14 @@ Json::Value *dict_serialize(void *handle, Json::Value &out) {
     const placed_entry &p = placed[i];
     if (i > 0 && same_key(placed[i - 1], p))
       continue;
-    Json::Value &member = *elements.demand(p.key, p.key + p.length);
+    // A member appears only once its value is written whole.
+    Json::Value value;
     if (dict->serializer != nullptr)
-      dict->serializer(p.value, member);
+      dict->serializer(p.value, value);
     else
-      member = velmora::native_to_json(kind, p.value);
+      value = velmora::native_to_json(kind, p.value);
+    *elements.demand(p.key, p.key + p.length) = std::move(value);
   }
-  out["__elements__"] = std::move(elements);
   return nullptr;
 }
 

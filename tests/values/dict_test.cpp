@@ -2,6 +2,7 @@
  * reading. */
 #include <cstdlib>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -156,6 +157,14 @@ TEST(Dict, WritesMembersInByteOrderAsBareValuesEnvelopesOrNull) {
   ips->serializer = nullptr;
   dict_serialize(ips, out);
   EXPECT_EQ(render(out["__elements__"]), R"({"t":null})");
+
+  /* A serializer that fails leaves no trace of the earlier elements nor a
+   * member half written. */
+  ips->serializer = [](void *, Json::Value &) -> Json::Value * {
+    throw std::runtime_error("refused");
+  };
+  EXPECT_THROW(dict_serialize(ips, out), std::runtime_error);
+  EXPECT_EQ(render(out["__elements__"]), "{}");
   dict_free(ips);
   IP_deleter(ip);
 }
