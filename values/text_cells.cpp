@@ -10,8 +10,8 @@ static_assert(sizeof(IP) == sizeof(Ciphered), "IP and Ciphered share code");
 
 namespace {
 
-/* A cell owning a copy of `text` (none when `text` is null); null when the
- * cell cannot be allocated. */
+/* A cell owning a copy of `text` (none when `text` is null); null when
+ * memory runs out. */
 void *text_cell_new(const char *text) {
   IP *cell = static_cast<IP *>(malloc(sizeof(IP)));
   if (cell == nullptr)
