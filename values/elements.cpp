@@ -8,13 +8,15 @@
 
 namespace velmora {
 
-void copy_element(value_copier copier, void **slot, void *value) {
+bool copy_element(value_copier copier, void **slot, void *value) {
   if (copier == reinterpret_cast<value_copier>(
                     reinterpret_cast<void (*)()>(string_copier)))
     string_copier(reinterpret_cast<char **>(slot),
                   static_cast<const char *>(value));
   else
     copier(slot, value);
+  // Only a null value has a null copy; anything else ran out of memory.
+  return *slot != nullptr || value == nullptr;
 }
 
 native_kind native_kind_of(const char *sub_type) {
@@ -53,13 +55,15 @@ void *native_from_json(native_kind kind, const Json::Value &entry) {
     // Convert before allocating so that a refused entry leaks nothing.
     int32_t number = entry.asInt();
     Integer *cell = static_cast<Integer *>(malloc(sizeof *cell));
-    cell->value = number;
+    if (cell != nullptr)
+      cell->value = number;
     return cell;
   }
   case native_kind::boolean: {
     int32_t flag = entry.asBool() ? 1 : 0;
     Boolean *cell = static_cast<Boolean *>(malloc(sizeof *cell));
-    cell->value = flag;
+    if (cell != nullptr)
+      cell->value = flag;
     return cell;
   }
   case native_kind::none:

@@ -21,20 +21,21 @@ native_kind native_kind_of(const char *sub_type);
  * none, is JSON null. */
 Json::Value native_to_json(native_kind kind, const void *element);
 
-/* A new cell (or text) read from `entry`, or null for kind none. When the
- * JSON library cannot convert the entry it raises, and nothing is
- * allocated. */
+/* A new cell (or text) read from `entry`, or null for kind none and when
+ * memory runs out. When the JSON library cannot convert the entry it
+ * raises, and nothing is allocated. */
 void *native_from_json(native_kind kind, const Json::Value &entry);
 
 /* True when the "__sub_type__" of `in` ("Unknown" when absent) is a leading
  * part of `sub_type`; an empty text always fits. */
 bool sub_type_fits(const char *sub_type, const Json::Value &in);
 
-/* Calls `copier` on `slot` and `value`. The "Unicode" copier is
- * string_copier, whose own type differs from the copier's shape; it is
- * called as what it is, since a call through a pointer of another function
- * type is undefined. */
-void copy_element(value_copier copier, void **slot, void *value);
+/* Calls `copier` on `slot` and `value`; false when memory ran out (a null
+ * copy of a value that is not null). The "Unicode" copier is string_copier,
+ * whose own type differs from the copier's shape; it is called as what it
+ * is, since a call through a pointer of another function type is
+ * undefined. */
+bool copy_element(value_copier copier, void **slot, void *value);
 
 /* The member `name` of `in`, lent, or null when absent. Raises, as the JSON
  * library does, when `in` is neither null nor an object. */
