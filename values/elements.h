@@ -1,7 +1,8 @@
 /*
  * What the list and the dictionary share: the bare JSON form of the native
  * element types ("Unicode", "Integer", "Boolean") and the sub-type check
- * that a source must pass before it is read.
+ * that a source must pass before it is read. Also the dictionary's read
+ * for the records that hold one.
  */
 #ifndef VELMORA_VALUES_ELEMENTS_H
 #define VELMORA_VALUES_ELEMENTS_H
@@ -36,6 +37,10 @@ bool sub_type_fits(const char *sub_type, const Json::Value &in);
  * is, since a call through a pointer of another function type is
  * undefined. */
 bool copy_element(value_copier copier, void **slot, void *value);
+
+/* dict_deserialize on a dictionary that is not null; false when memory ran
+ * out part way, the entries read before staying. */
+bool read_members(dict_s *dict, const Json::Value &in);
 
 /* The member `name` of `in`, lent, or null when absent. Raises, as the JSON
  * library does, when `in` is neither null nor an object. */
