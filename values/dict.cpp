@@ -44,13 +44,11 @@ bool add_entry(dict_s *dict, const char *key, void *value) {
     free(entry);
     return false;
   }
-  if (dict->copier == nullptr) {
+  // What the copier gives is kept as it is, null included.
+  if (dict->copier == nullptr)
     entry->value = value;
-  } else if (!velmora::copy_element(dict->copier, &entry->value, value)) {
-    free(entry->key);
-    free(entry);
-    return false;
-  }
+  else
+    velmora::copy_element(dict->copier, &entry->value, value);
 
   entry->next = head(dict);
   entry->prev = dict->last;
@@ -293,8 +291,10 @@ bool read_members(dict_s *dict, const Json::Value &in) {
       value = native_from_json(kind, *it);
     else
       continue;
-    if (value == nullptr)
-      return false; // a read gives null only when memory runs out
+    // A deserializer's null is a value like any other; a native read
+    // gives null only when memory runs out.
+    if (value == nullptr && dict->deserializer == nullptr)
+      return false;
     bool added = add_entry(dict, it.name().c_str(), value);
     // The value read is spare when the dictionary stored its own copy, or
     // could not take it.

@@ -8,15 +8,13 @@
 
 namespace velmora {
 
-bool copy_element(value_copier copier, void **slot, void *value) {
+void copy_element(value_copier copier, void **slot, void *value) {
   if (copier == reinterpret_cast<value_copier>(
                     reinterpret_cast<void (*)()>(string_copier)))
     string_copier(reinterpret_cast<char **>(slot),
                   static_cast<const char *>(value));
   else
     copier(slot, value);
-  // Only a null value has a null copy; anything else ran out of memory.
-  return *slot != nullptr || value == nullptr;
 }
 
 native_kind native_kind_of(const char *sub_type) {

@@ -31,12 +31,11 @@ void *native_from_json(native_kind kind, const Json::Value &entry);
  * part of `sub_type`; an empty text always fits. */
 bool sub_type_fits(const char *sub_type, const Json::Value &in);
 
-/* Calls `copier` on `slot` and `value`; false when memory ran out (a null
- * copy of a value that is not null). The "Unicode" copier is string_copier,
- * whose own type differs from the copier's shape; it is called as what it
- * is, since a call through a pointer of another function type is
- * undefined. */
-bool copy_element(value_copier copier, void **slot, void *value);
+/* Calls `copier` on `slot` and `value`. The "Unicode" copier is
+ * string_copier, whose own type differs from the copier's shape; it is
+ * called as what it is, since a call through a pointer of another function
+ * type is undefined. */
+void copy_element(value_copier copier, void **slot, void *value);
 
 /* dict_deserialize on a dictionary that is not null; false when memory ran
  * out part way, the entries read before staying. */

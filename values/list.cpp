@@ -43,19 +43,20 @@ bool append(list_s *list, void *element) {
 bool add(list_s *list, void *value, bool copy) {
   if (!copy || list->copier == nullptr)
     return append(list, value);
-  // Copied before the array grows, so that a copy that cannot be made
-  // leaves the capacity as it was.
+  // What the copier gives is kept as it is, null included: a null copy is
+  // the copier's answer, which the list cannot tell from any other.
   void *element = nullptr;
-  if (!velmora::copy_element(list->copier, &element, value))
-    return false;
+  velmora::copy_element(list->copier, &element, value);
   if (append(list, element))
     return true;
-  discard(list, element);
+  if (element != nullptr)
+    discard(list, element);
   return false;
 }
 
 /* Appends the element read from one array entry; false when memory ran
- * out (a read gives null only then), and then nothing read is kept. */
+ * out, and then nothing read is kept. A deserializer's null is an element
+ * like any other; a native read gives null only when memory runs out. */
 bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
   void *element;
   if (list->deserializer != nullptr)
@@ -64,11 +65,12 @@ bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
     element = velmora::native_from_json(kind, entry);
   else
     return true;
-  if (element == nullptr)
+  if (element == nullptr && list->deserializer == nullptr)
     return false;
   if (append(list, element))
     return true;
-  discard(list, element);
+  if (element != nullptr)
+    discard(list, element);
   return false;
 }
 

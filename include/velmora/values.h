@@ -203,8 +203,8 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
  * constructors, copiers and deserializers give null (copiers store it), an
  * add adds nothing (a handle given over stays the caller's), a setter keeps
  * the old value, dict_keys and dict_values give a null array (count 0),
- * and a container read stops, keeping what it had added (an element read
- * as null counts as memory running out). */
+ * and a container read stops, keeping what it had added. A null that an
+ * element's own copier or deserializer gives is stored as that element. */
 struct list_s {
   int32_t nb_elements;
   int32_t capacity;
