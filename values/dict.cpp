@@ -34,6 +34,33 @@ void release_entry(dict_s *dict, dict_entry_s *entry) {
   free(entry);
 }
 
+/* dict_add; false, with the ring as it was, when memory runs out. */
+bool add_entry(dict_s *dict, const char *key, void *value) {
+  dict_entry_s *entry = static_cast<dict_entry_s *>(calloc(1, sizeof *entry));
+  if (entry == nullptr)
+    return false;
+  entry->key = strdup(key);
+  if (entry->key == nullptr) {
+    free(entry);
+    return false;
+  }
+  // What the copier gives is kept as it is, null included.
+  if (dict->copier == nullptr)
+    entry->value = value;
+  else
+    velmora::copy_element(dict->copier, &entry->value, value);
+
+  entry->next = head(dict);
+  entry->prev = dict->last;
+  if (dict->last == head(dict))
+    dict->first = entry;
+  else
+    dict->last->next = entry;
+  dict->last = entry;
+  dict->nb_elements++;
+  return true;
+}
+
 /* An entry placed for writing. Everything the sort and the writing loop
  * need is copied out of the entry during one walk in insertion order, so
  * that the sorted order touches only this array and the key texts: the
@@ -81,9 +108,15 @@ dict_s *dict_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
                  value_copier copier) {
   dict_s *dict = static_cast<dict_s *>(calloc(1, sizeof *dict));
+  if (dict == nullptr)
+    return nullptr;
+  dict->sub_type = strdup(sub_type != nullptr ? sub_type : "");
+  if (dict->sub_type == nullptr) {
+    free(dict);
+    return nullptr;
+  }
   dict->first = head(dict);
   dict->last = head(dict);
-  dict->sub_type = strdup(sub_type != nullptr ? sub_type : "");
   dict->deleter = deleter;
   dict->deserializer = deserializer;
   dict->serializer = serializer;
@@ -109,23 +142,8 @@ void dict_deleter(void *dict) {
 }
 
 void dict_add(dict_s *dict, const char *key, void *value) {
-  if (dict == nullptr || key == nullptr)
-    return;
-  dict_entry_s *entry = static_cast<dict_entry_s *>(calloc(1, sizeof *entry));
-  entry->key = strdup(key);
-  if (dict->copier != nullptr)
-    velmora::copy_element(dict->copier, &entry->value, value);
-  else
-    entry->value = value;
-
-  entry->next = head(dict);
-  entry->prev = dict->last;
-  if (dict->last == head(dict))
-    dict->first = entry;
-  else
-    dict->last->next = entry;
-  dict->last = entry;
-  dict->nb_elements++;
+  if (dict != nullptr && key != nullptr)
+    add_entry(dict, key, value);
 }
 
 void *dict_get(dict_s *dict, const char *key) {
@@ -164,7 +182,9 @@ void dict_keys(dict_s *dict, char ***keys, int32_t *count) {
   int32_t n = dict != nullptr ? dict->nb_elements : 0;
   char **array = static_cast<char **>(malloc(n * sizeof(char *)));
   int32_t i = 0;
-  if (dict != nullptr)
+  if (array == nullptr)
+    n = 0;
+  else if (dict != nullptr)
     for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
       array[i++] = e->key;
   if (keys != nullptr)
@@ -179,7 +199,7 @@ void **dict_values(dict_s *dict) {
   int32_t n = dict != nullptr ? dict->nb_elements : 0;
   void **array = static_cast<void **>(malloc(n * sizeof(void *)));
   int32_t i = 0;
-  if (dict != nullptr)
+  if (array != nullptr && dict != nullptr)
     for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
       array[i++] = e->value;
   return array;
@@ -194,8 +214,16 @@ void dict_copier(void **slot, void *handle) {
   dict_s *copy =
       dict_new(source->sub_type, source->deleter, source->deserializer,
                source->serializer, source->copier);
-  for (dict_entry_s *e = source->first; e != head(source); e = e->next)
-    dict_add(copy, e->key, e->value);
+  for (dict_entry_s *e = source->first; copy != nullptr && e != head(source);
+       e = e->next) {
+    if (add_entry(copy, e->key, e->value))
+      continue;
+    // Values shared with the source are the source's to release.
+    if (copy->copier == nullptr)
+      copy->deleter = nullptr;
+    dict_free(copy);
+    copy = nullptr;
+  }
   *slot = copy;
 }
 
@@ -243,34 +271,49 @@ Json::Value *dict_serialize(void *handle, Json::Value &out) {
   return nullptr;
 }
 
-dict_s *dict_deserialize(dict_s *dict, const Json::Value &in) {
-  if (dict == nullptr)
-    return nullptr;
-  const Json::Value *elements = velmora::find_member(in, "__elements__");
-  if (!velmora::sub_type_fits(dict->sub_type, in))
-    return dict;
+namespace velmora {
+
+bool read_members(dict_s *dict, const Json::Value &in) {
+  const Json::Value *elements = find_member(in, "__elements__");
+  if (!sub_type_fits(dict->sub_type, in))
+    return true;
   // Only an object has named members; anything else adds nothing.
   if (elements == nullptr || !elements->isObject())
-    return dict;
+    return true;
 
-  native_kind kind = velmora::native_kind_of(dict->sub_type);
+  native_kind kind = native_kind_of(dict->sub_type);
   // The object's own order is ascending byte order of the names.
   for (auto it = elements->begin(); it != elements->end(); ++it) {
     void *value;
     if (dict->deserializer != nullptr)
       value = dict->deserializer(*it);
     else if (kind != native_kind::none)
-      value = velmora::native_from_json(kind, *it);
+      value = native_from_json(kind, *it);
     else
       continue;
-    dict_add(dict, it.name().c_str(), value);
-    // The dictionary stored its own copy; the one read here is spare.
-    if (dict->copier != nullptr) {
+    // A deserializer's null is a value like any other; a native read
+    // gives null only when memory runs out.
+    if (value == nullptr && dict->deserializer == nullptr)
+      return false;
+    bool added = add_entry(dict, it.name().c_str(), value);
+    // The value read is spare when the dictionary stored its own copy, or
+    // could not take it.
+    if (dict->copier != nullptr || !added) {
       if (dict->deleter != nullptr)
         dict->deleter(value);
       else
         free(value);
     }
+    if (!added)
+      return false;
   }
+  return true;
+}
+
+} // namespace velmora
+
+dict_s *dict_deserialize(dict_s *dict, const Json::Value &in) {
+  if (dict != nullptr)
+    velmora::read_members(dict, in);
   return dict;
 }

@@ -53,13 +53,15 @@ void *native_from_json(native_kind kind, const Json::Value &entry) {
     // Convert before allocating so that a refused entry leaks nothing.
     int32_t number = entry.asInt();
     Integer *cell = static_cast<Integer *>(malloc(sizeof *cell));
-    cell->value = number;
+    if (cell != nullptr)
+      cell->value = number;
     return cell;
   }
   case native_kind::boolean: {
     int32_t flag = entry.asBool() ? 1 : 0;
     Boolean *cell = static_cast<Boolean *>(malloc(sizeof *cell));
-    cell->value = flag;
+    if (cell != nullptr)
+      cell->value = flag;
     return cell;
   }
   case native_kind::none:

@@ -1,7 +1,8 @@
 /*
  * What the list and the dictionary share: the bare JSON form of the native
  * element types ("Unicode", "Integer", "Boolean") and the sub-type check
- * that a source must pass before it is read.
+ * that a source must pass before it is read. Also the dictionary's read
+ * for the records that hold one.
  */
 #ifndef VELMORA_VALUES_ELEMENTS_H
 #define VELMORA_VALUES_ELEMENTS_H
@@ -21,9 +22,9 @@ native_kind native_kind_of(const char *sub_type);
  * none, is JSON null. */
 Json::Value native_to_json(native_kind kind, const void *element);
 
-/* A new cell (or text) read from `entry`, or null for kind none. When the
- * JSON library cannot convert the entry it raises, and nothing is
- * allocated. */
+/* A new cell (or text) read from `entry`, or null for kind none and when
+ * memory runs out. When the JSON library cannot convert the entry it
+ * raises, and nothing is allocated. */
 void *native_from_json(native_kind kind, const Json::Value &entry);
 
 /* True when the "__sub_type__" of `in` ("Unknown" when absent) is a leading
@@ -35,6 +36,10 @@ bool sub_type_fits(const char *sub_type, const Json::Value &in);
  * called as what it is, since a call through a pointer of another function
  * type is undefined. */
 void copy_element(value_copier copier, void **slot, void *value);
+
+/* dict_deserialize on a dictionary that is not null; false when memory ran
+ * out part way, the entries read before staying. */
+bool read_members(dict_s *dict, const Json::Value &in);
 
 /* The member `name` of `in`, lent, or null when absent. Raises, as the JSON
  * library does, when `in` is neither null nor an object. */

@@ -11,16 +11,67 @@ using velmora::native_kind;
 
 namespace {
 
-/* Appends the element read from one array entry; the list owns it. */
-void read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
+/* Releases an element the list made (read or copied) but cannot keep: as
+ * the list would, or with free when it has no deleter. */
+void discard(list_s *list, void *element) {
+  if (list->deleter != nullptr)
+    list->deleter(element);
+  else
+    free(element);
+}
+
+/* Stores `element` in the next slot, doubling the array when it is full;
+ * false, with the list as it was, when there is no slot to be had. */
+bool append(list_s *list, void *element) {
+  if (list->nb_elements == INT32_MAX)
+    return false;
+  if (list->nb_elements == list->capacity) {
+    int32_t capacity =
+        list->capacity > INT32_MAX / 2 ? INT32_MAX : list->capacity * 2;
+    void **elements = static_cast<void **>(realloc(
+        list->elements, static_cast<size_t>(capacity) * sizeof(void *)));
+    if (elements == nullptr)
+      return false;
+    list->elements = elements;
+    list->capacity = capacity;
+  }
+  list->elements[list->nb_elements++] = element;
+  return true;
+}
+
+/* list_add_copy; false when nothing was added. */
+bool add(list_s *list, void *value, bool copy) {
+  if (!copy || list->copier == nullptr)
+    return append(list, value);
+  // What the copier gives is kept as it is, null included: a null copy is
+  // the copier's answer, which the list cannot tell from any other.
+  void *element = nullptr;
+  velmora::copy_element(list->copier, &element, value);
+  if (append(list, element))
+    return true;
+  if (element != nullptr)
+    discard(list, element);
+  return false;
+}
+
+/* Appends the element read from one array entry; false when memory ran
+ * out, and then nothing read is kept. A deserializer's null is an element
+ * like any other; a native read gives null only when memory runs out. */
+bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
   void *element;
   if (list->deserializer != nullptr)
     element = list->deserializer(entry);
   else if (kind != native_kind::none)
     element = velmora::native_from_json(kind, entry);
   else
-    return;
-  list_add_copy(list, element, VELMORA_FALSE);
+    return true;
+  if (element == nullptr && list->deserializer == nullptr)
+    return false;
+  if (append(list, element))
+    return true;
+  if (element != nullptr)
+    discard(list, element);
+  return false;
 }
 
 } // namespace
@@ -29,10 +80,18 @@ list_s *list_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
                  value_copier copier) {
   list_s *list = static_cast<list_s *>(malloc(sizeof *list));
+  if (list == nullptr)
+    return nullptr;
   list->nb_elements = 0;
   list->capacity = 4;
   list->elements = static_cast<void **>(malloc(4 * sizeof(void *)));
   list->sub_type = strdup(sub_type != nullptr ? sub_type : "");
+  if (list->elements == nullptr || list->sub_type == nullptr) {
+    free(list->sub_type);
+    free(list->elements);
+    free(list);
+    return nullptr;
+  }
   list->deleter = deleter;
   list->deserializer = deserializer;
   list->serializer = serializer;
@@ -53,21 +112,8 @@ void list_del(void *handle) {
 }
 
 void list_add_copy(list_s *list, void *value, bool_t copy) {
-  if (list == nullptr || list->nb_elements == INT32_MAX)
-    return;
-  if (list->nb_elements == list->capacity) {
-    int32_t capacity =
-        list->capacity > INT32_MAX / 2 ? INT32_MAX : list->capacity * 2;
-    list->elements = static_cast<void **>(realloc(
-        list->elements, static_cast<size_t>(capacity) * sizeof(void *)));
-    list->capacity = capacity;
-  }
-  void **slot = &list->elements[list->nb_elements];
-  if (copy != VELMORA_FALSE && list->copier != nullptr)
-    velmora::copy_element(list->copier, slot, value);
-  else
-    *slot = value;
-  list->nb_elements++;
+  if (list != nullptr)
+    add(list, value, copy != VELMORA_FALSE);
 }
 
 void list_add(list_s *list, void *value) {
@@ -93,8 +139,15 @@ void list_copier(void **slot, void *handle) {
   list_s *copy =
       list_new(source->sub_type, source->deleter, source->deserializer,
                source->serializer, source->copier);
-  for (int32_t i = 0; i < source->nb_elements; i++)
-    list_add(copy, source->elements[i]);
+  for (int32_t i = 0; copy != nullptr && i < source->nb_elements; i++) {
+    if (add(copy, source->elements[i], true))
+      continue;
+    // Handles shared with the source are the source's to release.
+    if (copy->copier == nullptr)
+      copy->deleter = nullptr;
+    list_del(copy);
+    copy = nullptr;
+  }
   *slot = copy;
 }
 
@@ -140,10 +193,13 @@ list_s *list_deserialize(list_s *list, const Json::Value &in) {
   // search per entry; positions the array never set read as null.
   native_kind kind = velmora::native_kind_of(list->sub_type);
   Json::ArrayIndex position = 0;
+  // Reading stops where memory runs out; what was read so far stays.
   for (auto it = elements->begin(); it != elements->end(); ++it) {
     for (; position < it.index(); position++)
-      read_entry(list, kind, Json::Value::nullSingleton());
-    read_entry(list, kind, *it);
+      if (!read_entry(list, kind, Json::Value::nullSingleton()))
+        return list;
+    if (!read_entry(list, kind, *it))
+      return list;
     position++;
   }
   return list;

@@ -1,6 +1,7 @@
 /* The paging request record: limit, offset, order and search texts. */
 #include <cstdlib>
 
+#include "elements.h"
 #include "velmora/values.h"
 
 namespace {
@@ -9,6 +10,8 @@ constexpr uint64_t kLimitGiven = 1;
 constexpr uint64_t kOrderGiven = 2;
 constexpr uint64_t kSearchGiven = 4;
 constexpr uint64_t kOffsetGiven = 8;
+constexpr uint64_t kAllGiven =
+    kLimitGiven | kOrderGiven | kSearchGiven | kOffsetGiven;
 
 /* A dictionary of texts written and read as bare JSON strings. */
 dict_s *new_search_parameters() {
@@ -35,7 +38,7 @@ void ListInfo_init(ListInfo *list_info) {
 
 ListInfo *ListInfo_new(void) {
   ListInfo *list_info = static_cast<ListInfo *>(malloc(sizeof *list_info));
-  ListInfo_init(list_info);
+  ListInfo_init(list_info); // a null record is left alone
   return list_info;
 }
 
@@ -68,6 +71,8 @@ void listinfo_setOrder(ListInfo *list_info, Ordering *order) {
   // Copied before the old record goes: `order` may be that very record.
   void *copy = nullptr;
   Ordering_copier(&copy, order);
+  if (copy == nullptr && order != nullptr)
+    return; // out of memory: the old record stays
   list_info->order_is_set = 1;
   if (list_info->presence_mask & kOrderGiven)
     Ordering_deleter(list_info->order);
@@ -79,8 +84,10 @@ void listinfo_setJsonOrder(void *handle, const Json::Value &properties) {
   ListInfo *list_info = static_cast<ListInfo *>(handle);
   if (list_info == nullptr)
     return;
-  list_info->order = static_cast<Ordering *>(
-      Ordering_deserialize(properties.get("order", Json::Value())));
+  void *order = Ordering_deserialize(properties.get("order", Json::Value()));
+  if (order == nullptr)
+    return; // out of memory: the field stays as it was, not given
+  list_info->order = static_cast<Ordering *>(order);
   list_info->presence_mask |= kOrderGiven;
 }
 
@@ -94,6 +101,8 @@ void listinfo_setSearch_parameters(ListInfo *list_info, dict_s *parameters) {
   // Copied before the old Dict goes: `parameters` may be that very Dict.
   void *copy = nullptr;
   dict_copier(&copy, parameters);
+  if (copy == nullptr && parameters != nullptr)
+    return; // out of memory: the old Dict stays
   list_info->search_parameters_is_set = 1;
   if (list_info->presence_mask & kSearchGiven)
     dict_deleter(list_info->search_parameters);
@@ -108,11 +117,18 @@ void listinfo_setJsonSearch_parameters(void *handle,
     return;
   Json::Value member = properties.get("search_parameters", Json::Value());
   dict_s *parameters = new_search_parameters();
+  if (parameters == nullptr)
+    return; // out of memory: the field stays as it was, not given
+  bool whole;
   try {
-    parameters = dict_deserialize(parameters, member);
+    whole = velmora::read_members(parameters, member);
   } catch (...) {
     dict_free(parameters);
     throw;
+  }
+  if (!whole) {
+    dict_free(parameters);
+    return;
   }
   list_info->search_parameters = parameters;
   list_info->presence_mask |= kSearchGiven;
@@ -157,6 +173,8 @@ Json::Value *ListInfo_serialize(void *handle, Json::Value &out) {
 void *ListInfo_deserialize(const Json::Value &in) {
   Json::Value properties = in.get("__properties__", Json::Value());
   ListInfo *list_info = ListInfo_new();
+  if (list_info == nullptr)
+    return nullptr;
   try {
     listinfo_setJsonLimit(list_info, properties);
     listinfo_setJsonOrder(list_info, properties);
@@ -165,6 +183,11 @@ void *ListInfo_deserialize(const Json::Value &in) {
   } catch (...) {
     ListInfo_deleter(list_info);
     throw;
+  }
+  // A step that ran out of memory left its presence bit clear.
+  if (list_info->presence_mask != kAllGiven) {
+    ListInfo_deleter(list_info);
+    return nullptr;
   }
   return list_info;
 }
@@ -176,7 +199,13 @@ void ListInfo_copier(void **slot, void *handle) {
     return;
   }
   ListInfo *copy = ListInfo_new();
+  if (copy == nullptr) {
+    *slot = nullptr;
+    return;
+  }
   uint64_t mask = source->presence_mask;
+  // A member that cannot be copied is null where its source is not.
+  bool whole = true;
   if (mask & kLimitGiven) {
     copy->limit = source->limit;
     copy->presence_mask = mask;
@@ -184,18 +213,25 @@ void ListInfo_copier(void **slot, void *handle) {
   if (mask & kOrderGiven) {
     void *order = nullptr;
     Ordering_copier(&order, source->order);
+    whole = whole && (order != nullptr || source->order == nullptr);
     copy->order = static_cast<Ordering *>(order);
     copy->presence_mask = mask;
   }
   if (mask & kSearchGiven) {
     void *parameters = nullptr;
     dict_copier(&parameters, source->search_parameters);
+    whole = whole &&
+            (parameters != nullptr || source->search_parameters == nullptr);
     copy->search_parameters = static_cast<dict_s *>(parameters);
     copy->presence_mask = mask;
   }
   if (mask & kOffsetGiven) {
     copy->offset = source->offset;
     copy->presence_mask = mask;
+  }
+  if (!whole) {
+    ListInfo_deleter(copy);
+    copy = nullptr;
   }
   *slot = copy;
 }

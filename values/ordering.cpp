@@ -29,7 +29,7 @@ void Ordering_init(Ordering *ordering) {
 
 Ordering *Ordering_new(void) {
   Ordering *ordering = static_cast<Ordering *>(malloc(sizeof *ordering));
-  Ordering_init(ordering);
+  Ordering_init(ordering); // a null record is left alone
   return ordering;
 }
 
@@ -61,8 +61,8 @@ void ordering_setOrder_by(Ordering *ordering, const char *order_by) {
     return;
   // Copied before the old text goes: `order_by` may be that very text.
   char *copy = nullptr;
-  if (order_by != nullptr)
-    string_copier(&copy, order_by);
+  if (order_by != nullptr && string_copier(&copy, order_by) == nullptr)
+    return; // out of memory: the old text stays
   if (ordering->presence_mask & kOrderByGiven)
     release_text(&ordering->order_by);
   ordering->presence_mask |= kOrderByGiven;
@@ -74,7 +74,10 @@ void ordering_setJsonOrder_by(void *handle, const Json::Value &properties) {
   if (ordering == nullptr)
     return;
   std::string text = properties.get("order_by", Json::Value()).asString();
-  ordering->order_by = strdup(text.c_str());
+  char *copy = strdup(text.c_str());
+  if (copy == nullptr)
+    return; // out of memory: the field stays as it was, not given
+  ordering->order_by = copy;
   ordering->presence_mask |= kOrderByGiven;
 }
 
@@ -94,12 +97,19 @@ Json::Value *Ordering_serialize(void *handle, Json::Value &out) {
 void *Ordering_deserialize(const Json::Value &in) {
   Json::Value properties = in.get("__properties__", Json::Value());
   Ordering *ordering = Ordering_new();
+  if (ordering == nullptr)
+    return nullptr;
   try {
     ordering_setJsonAsc(ordering, properties);
     ordering_setJsonOrder_by(ordering, properties);
   } catch (...) {
     Ordering_deleter(ordering);
     throw;
+  }
+  // A step that ran out of memory left its presence bit clear.
+  if (ordering->presence_mask != (kAscGiven | kOrderByGiven)) {
+    Ordering_deleter(ordering);
+    return nullptr;
   }
   return ordering;
 }
@@ -111,14 +121,22 @@ void Ordering_copier(void **slot, void *handle) {
     return;
   }
   Ordering *copy = Ordering_new();
+  if (copy == nullptr) {
+    *slot = nullptr;
+    return;
+  }
   if (source->presence_mask & kAscGiven) {
     copy->asc = source->asc;
     copy->presence_mask = source->presence_mask;
   }
   if (source->presence_mask & kOrderByGiven) {
-    if (source->order_by != nullptr)
-      string_copier(&copy->order_by, source->order_by);
-    copy->presence_mask = source->presence_mask;
+    if (source->order_by != nullptr &&
+        string_copier(&copy->order_by, source->order_by) == nullptr) {
+      Ordering_deleter(copy);
+      copy = nullptr;
+    } else {
+      copy->presence_mask = source->presence_mask;
+    }
   }
   *slot = copy;
 }

@@ -10,8 +10,14 @@ result_set_s *result_set_new(const char *sub_type, value_deleter deleter,
                              value_serializer serializer, value_copier copier) {
   result_set_s *result_set =
       static_cast<result_set_s *>(malloc(sizeof *result_set));
+  if (result_set == nullptr)
+    return nullptr;
   result_set->list =
       list_new(sub_type, deleter, deserializer, serializer, copier);
+  if (result_set->list == nullptr) {
+    free(result_set);
+    return nullptr;
+  }
   result_set->total_items = 0;
   return result_set;
 }
@@ -72,10 +78,17 @@ void resultset_copier(void **slot, void *handle) {
     *slot = nullptr;
     return;
   }
-  result_set_s *copy = static_cast<result_set_s *>(malloc(sizeof *copy));
-  copy->total_items = source->total_items;
   void *list;
   list_copier(&list, source->list);
-  copy->list = static_cast<list_s *>(list);
+  result_set_s *copy = nullptr;
+  // A list that cannot be copied is null where its source is not.
+  if (list != nullptr || source->list == nullptr)
+    copy = static_cast<result_set_s *>(malloc(sizeof *copy));
+  if (copy != nullptr) {
+    copy->list = static_cast<list_s *>(list);
+    copy->total_items = source->total_items;
+  } else {
+    list_del(list);
+  }
   *slot = copy;
 }

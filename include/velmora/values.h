@@ -198,7 +198,13 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
  * entries are not read. Given a null container, the list, dictionary and
  * result-page operations write nothing: serializers return &out (the
  * dictionary's null), copiers store null, dict_keys gives an empty array,
- * and the rest return null, 0, or -1 (list_compare, dict_remove). */
+ * and the rest return null, 0, or -1 (list_compare, dict_remove). When
+ * memory runs out, the container and record operations lose nothing:
+ * constructors, copiers and deserializers give null (copiers store it), an
+ * add adds nothing (a handle given over stays the caller's), a setter keeps
+ * the old value, dict_keys and dict_values give a null array (count 0),
+ * and a container read stops, keeping what it had added. A null that an
+ * element's own copier or deserializer gives is stored as that element. */
 struct list_s {
   int32_t nb_elements;
   int32_t capacity;

@@ -24,6 +24,20 @@ extern "C" void *__wrap_malloc(size_t size) {
   return fails_now() ? nullptr : __real_malloc(size);
 }
 
+extern "C" void *__real_calloc(size_t count, size_t size);
+
+extern "C" void *__wrap_calloc(size_t count, size_t size) {
+  return fails_now() ? nullptr : __real_calloc(count, size);
+}
+
+/* A failing realloc leaves the old block where it was, as the real one
+ * does. */
+extern "C" void *__real_realloc(void *block, size_t size);
+
+extern "C" void *__wrap_realloc(void *block, size_t size) {
+  return fails_now() ? nullptr : __real_realloc(block, size);
+}
+
 /* The C library's own strdup calls its malloc directly, past the wrap. */
 extern "C" char *__real_strdup(const char *text);
 

@@ -1,6 +1,7 @@
 /* Allocation failures made on demand. A test program that links
- * failing_malloc.cpp with --wrap=malloc and --wrap=strdup sends every such
- * call in its own objects (the library's archive included) through here. */
+ * failing_malloc.cpp with --wrap for malloc, calloc, realloc and strdup
+ * sends every such call in its own objects (the library's archive
+ * included) through here. */
 #ifndef VELMORA_TEST_FAILING_MALLOC_H
 #define VELMORA_TEST_FAILING_MALLOC_H
 
