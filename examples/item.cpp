@@ -38,6 +38,8 @@ void *Item_deserialize(const Json::Value &in) {
   const Json::Value properties = in.get("__properties__", Json::Value());
   std::unique_ptr<Item, void (*)(void *)> item(
       static_cast<Item *>(calloc(1, sizeof(Item))), Item_deleter);
+  if (item == nullptr)
+    return nullptr; // out of memory
   item->id = static_cast<Long *>(
       Long_deserialize(properties.get("id", Json::Value())));
   item->name = static_cast<char *>(
