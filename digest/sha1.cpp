@@ -34,11 +34,16 @@ void compress_first_time(uint32_t *state, const uint8_t *blocks, size_t count) {
   chosen(state, blocks, count);
 }
 
+/* Whole-word stores: the compression reads the block back in wide loads,
+ * which byte stores would keep waiting. */
 void store_be32(uint8_t *p, uint32_t v) {
-  p[0] = uint8_t(v >> 24);
-  p[1] = uint8_t(v >> 16);
-  p[2] = uint8_t(v >> 8);
-  p[3] = uint8_t(v);
+  v = __builtin_bswap32(v);
+  memcpy(p, &v, sizeof v);
+}
+
+void store_be64(uint8_t *p, uint64_t v) {
+  v = __builtin_bswap64(v);
+  memcpy(p, &v, sizeof v);
 }
 
 void start(sha1_context_s *context) {
@@ -95,8 +100,8 @@ void finish(sha1_context_s *context, uint8_t digest[20]) {
     index = 0;
   }
   memset(block + index, 0, 56 - index);
-  store_be32(block + 56, context->length_high);
-  store_be32(block + 60, context->length_low);
+  store_be64(block + 56,
+             uint64_t(context->length_high) << 32 | context->length_low);
   compress(context->intermediate_hash, block, 1);
   for (int i = 0; i < 5; ++i)
     store_be32(digest + 4 * i, context->intermediate_hash[i]);
@@ -163,17 +168,10 @@ uint8_t *sha1_close(sha1_context_s *context) {
 }
 
 uint8_t *sha1_hash(const void *data, uint64_t length) {
-  sha1_context_s context;
-  start(&context);
-  uint8_t *digest = nullptr;
-  if (length == 0 ||
-      feed(&context, static_cast<const uint8_t *>(data), length)) {
-    digest = static_cast<uint8_t *>(malloc(20));
-    if (digest)
-      finish(&context, digest);
-  }
-  wipe(&context, sizeof context);
-  return digest;
+  sha1_context_s *context = sha1_open();
+  if (context != nullptr)
+    context = sha1_add(context, data, length);
+  return context != nullptr ? sha1_close(context) : nullptr;
 }
 
 int sha1_dump(FILE *stream, const uint8_t *digest) {

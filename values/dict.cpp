@@ -61,15 +61,13 @@ bool add_entry(dict_s *dict, const char *key, void *value) {
   return true;
 }
 
-/* An entry placed for writing. Everything the sort and the writing loop
- * need is copied out of the entry during one walk in insertion order, so
- * that the sorted order touches only this array and the key texts: the
- * key's first eight bytes, big-endian, decide most comparisons; the age
- * puts the oldest of equal keys first. */
+/* An entry placed for writing. The sort touches only this array and the
+ * key texts: the key's first eight bytes, big-endian, decide most
+ * comparisons; the age (insertion position) puts the oldest of equal keys
+ * first. */
 struct placed_entry {
   uint64_t leading;
   const char *key;
-  void *value;
   size_t length;
   int32_t age;
 };
@@ -95,11 +93,67 @@ bool placed_before(const placed_entry &a, const placed_entry &b) {
   return a.age < b.age;
 }
 
-const size_t kPrefetchDistance = 8;
-
 bool same_key(const placed_entry &a, const placed_entry &b) {
   return a.leading == b.leading && a.length == b.length &&
          (a.length <= 8 || memcmp(a.key + 8, b.key + 8, a.length - 8) == 0);
+}
+
+const size_t kPrefetchDistance = 8;
+
+/* The writing order of a dictionary: its entries sorted by key, and for each
+ * insertion position the value that a lookup of its key finds (the oldest
+ * entry's). */
+struct write_plan {
+  std::vector<placed_entry> sorted;
+  std::vector<void *> found;
+};
+
+write_plan plan_writing(dict_s *dict) {
+  write_plan plan;
+  size_t n = static_cast<size_t>(dict->nb_elements);
+  plan.sorted.reserve(n);
+  plan.found.resize(n);
+  int32_t age = 0;
+  for (dict_entry_s *e = dict->first; e != head(dict); e = e->next) {
+    size_t length = strlen(e->key);
+    plan.found[static_cast<size_t>(age)] = e->value;
+    plan.sorted.push_back({leading_bytes(e->key, length), e->key, length, age++});
+  }
+  std::sort(plan.sorted.begin(), plan.sorted.end(), placed_before);
+  // The first of a run of equal keys is the oldest: its value is the one
+  // every position of that key writes.
+  size_t run = 0;
+  for (size_t i = 0; i < n; i++) {
+    if (!same_key(plan.sorted[run], plan.sorted[i]))
+      run = i;
+    plan.found[static_cast<size_t>(plan.sorted[i].age)] =
+        plan.found[static_cast<size_t>(plan.sorted[run].age)];
+  }
+  return plan;
+}
+
+/* Moves the members written for positions below `written` into `elements`,
+ * in the object's own (byte) order, where each insertion lands next to the
+ * last one. A key written at several positions keeps its latest write. */
+void insert_written(Json::Value &elements, const write_plan &plan,
+                    std::vector<Json::Value> &staged, size_t written) {
+  const std::vector<placed_entry> &sorted = plan.sorted;
+  for (size_t i = 0; i < sorted.size(); i++) {
+    // Sorted order visits keys and staged members at random in memory: ask
+    // for those a few entries ahead while this one is inserted.
+    if (i + kPrefetchDistance < sorted.size()) {
+      const placed_entry &ahead = sorted[i + kPrefetchDistance];
+      __builtin_prefetch(ahead.key);
+      __builtin_prefetch(&staged[static_cast<size_t>(ahead.age)]);
+    }
+    const placed_entry &p = sorted[i];
+    bool later_write = i + 1 < sorted.size() && same_key(p, sorted[i + 1]) &&
+                       static_cast<size_t>(sorted[i + 1].age) < written;
+    if (later_write || static_cast<size_t>(p.age) >= written)
+      continue;
+    *elements.demand(p.key, p.key + p.length) =
+        std::move(staged[static_cast<size_t>(p.age)]);
+  }
 }
 
 } // namespace
@@ -233,41 +287,28 @@ Json::Value *dict_serialize(void *handle, Json::Value &out) {
     return nullptr;
   out["__type__"] = "Dict";
   out["__sub_type__"] = dict->sub_type;
-
-  // Members are inserted in the JSON object's own (byte) order: each
-  // insertion then lands next to the last one, which keeps a large object's
-  // tree in cache. The first of a run of equal keys is the oldest entry,
-  // the one whose value is written.
-  std::vector<placed_entry> placed;
-  placed.reserve(static_cast<size_t>(dict->nb_elements));
-  int32_t age = 0;
-  for (dict_entry_s *e = dict->first; e != head(dict); e = e->next) {
-    size_t length = strlen(e->key);
-    placed.push_back(
-        {leading_bytes(e->key, length), e->key, e->value, length, age++});
-  }
-  std::sort(placed.begin(), placed.end(), placed_before);
-
   Json::Value &elements = out["__elements__"] = Json::Value(Json::objectValue);
+
+  // Values are written in insertion order, as a lookup per position would
+  // find them, into staged members; these then go into the object in its
+  // own order. What a throwing serializer leaves is the members of the
+  // positions before it.
+  write_plan plan = plan_writing(dict);
+  std::vector<Json::Value> staged(plan.found.size());
   native_kind kind = velmora::native_kind_of(dict->sub_type);
-  for (size_t i = 0; i < placed.size(); i++) {
-    // Sorted order visits keys and values at random in memory: ask for
-    // those a few entries ahead while this one is written.
-    if (i + kPrefetchDistance < placed.size()) {
-      __builtin_prefetch(placed[i + kPrefetchDistance].key);
-      __builtin_prefetch(placed[i + kPrefetchDistance].value);
+  size_t written = 0;
+  try {
+    for (; written < staged.size(); written++) {
+      if (dict->serializer != nullptr)
+        dict->serializer(plan.found[written], staged[written]);
+      else
+        staged[written] = velmora::native_to_json(kind, plan.found[written]);
     }
-    const placed_entry &p = placed[i];
-    if (i > 0 && same_key(placed[i - 1], p))
-      continue;
-    // A member appears only once its value is written whole.
-    Json::Value value;
-    if (dict->serializer != nullptr)
-      dict->serializer(p.value, value);
-    else
-      value = velmora::native_to_json(kind, p.value);
-    *elements.demand(p.key, p.key + p.length) = std::move(value);
+  } catch (...) {
+    insert_written(elements, plan, staged, written);
+    throw;
   }
+  insert_written(elements, plan, staged, written);
   return nullptr;
 }
 

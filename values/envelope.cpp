@@ -78,9 +78,13 @@ Json::Value number_text(double number) {
   if (length < static_cast<int>(sizeof buffer))
     return Json::Value(buffer, buffer + (length > 0 ? length : 0));
 
-  /* A huge number: its text is kept whole so that it reads back as the
-   * value written. */
+  /* Cut at 31 characters only where that removes fraction digits alone: a
+   * huge number keeps its whole text, so it reads back as the value
+   * written. */
   std::string whole(static_cast<size_t>(length) + 1, '\0');
   snprintf(&whole[0], whole.size(), "%f", number);
-  return Json::Value(whole.data(), whole.data() + length);
+  size_t integer_part = strspn(whole.c_str(), "-0123456789");
+  size_t kept = integer_part < sizeof buffer ? sizeof buffer - 1
+                                             : static_cast<size_t>(length);
+  return Json::Value(whole.data(), whole.data() + kept);
 }

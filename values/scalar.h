@@ -27,7 +27,8 @@ Json::Value *envelope_write(Json::Value &out, const char *type,
 const char *member_text(const Json::Value &member, std::string &storage);
 
 /* A number's text as a JSON string, as "%lld", "%llu" and "%f" (in the
- * process's numeric locale) write it, never cut. */
+ * process's numeric locale) write it; a "%f" text is cut at 31 characters
+ * where that removes fraction digits only. */
 Json::Value number_text(int64_t number);
 Json::Value number_text(uint64_t number);
 Json::Value number_text(double number);

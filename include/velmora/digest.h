@@ -43,7 +43,9 @@ VELMORA_EXPORT sha1_context_s *sha1_add(sha1_context_s *context,
  */
 VELMORA_EXPORT uint8_t *sha1_close(sha1_context_s *context);
 
-/* One-shot digest of `length` bytes: a new 20-byte buffer, or null. */
+/* One-shot digest of `length` bytes: sha1_open, sha1_add of the whole input,
+ * sha1_close. Returns a new 20-byte buffer the caller frees, or null when
+ * any step fails; the context is released on every path. */
 VELMORA_EXPORT uint8_t *sha1_hash(const void *data, uint64_t length);
 
 /*

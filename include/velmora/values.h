@@ -117,8 +117,12 @@ VELMORA_EXPORT void *ULong_deserialize(const Json::Value &in);
 VELMORA_EXPORT void ULong_copier(void **slot, void *value);
 VELMORA_EXPORT void ULong_deleter(void *value);
 
-/* Double: "%f" text (never cut), read back with strtod. Both follow the
- * process's numeric locale. */
+/* Double: "%f" text, read back with strtod. Both follow the process's
+ * numeric locale. A text longer than 31 characters is cut at 31 when its
+ * integer part (sign included) fits in those 31, which removes only fraction
+ * digits; a longer integer part is written whole, so that the value read
+ * back is the value written (1e25 gives "10000000000000000905969664.0000",
+ * 1e40 its whole text). */
 /* New cell holding 0.0 until the caller stores a number. */
 VELMORA_EXPORT void *Double_new(void);
 VELMORA_EXPORT Json::Value *Double_serialize(void *value, Json::Value &out);
@@ -326,8 +330,12 @@ VELMORA_EXPORT void dict_keys(dict_s *dict, char ***keys, int32_t *count);
 VELMORA_EXPORT void **dict_values(dict_s *dict);
 /* Stores in `*slot` a copy made entry by entry with dict_add. */
 VELMORA_EXPORT void dict_copier(void **slot, void *dict);
-/* Writes "__type__" "Dict", "__sub_type__" and "__elements__" (one member
- * per distinct key, the oldest entry's value) into `out`; returns null. */
+/* Writes "__type__" "Dict", "__sub_type__" and "__elements__" into `out`;
+ * returns null. The serializer is called once per entry, oldest first, each
+ * time with the value that dict_get finds for the entry's key (the oldest
+ * entry's), so a key held by several entries gives one member. When the
+ * serializer throws, the members of the entries before it stay in
+ * "__elements__" and the exception passes to the caller. */
 VELMORA_EXPORT Json::Value *dict_serialize(void *dict, Json::Value &out);
 /* Adds the members of `in`'s "__elements__" (an object; anything else adds
  * nothing), in ascending byte order of their names, when its

@@ -158,15 +158,54 @@ TEST(Dict, WritesMembersInByteOrderAsBareValuesEnvelopesOrNull) {
   dict_serialize(ips, out);
   EXPECT_EQ(render(out["__elements__"]), R"({"t":null})");
 
-  /* A serializer that fails leaves no trace of the earlier elements nor a
-   * member half written. */
-  ips->serializer = [](void *, Json::Value &) -> Json::Value * {
-    throw std::runtime_error("refused");
-  };
-  EXPECT_THROW(dict_serialize(ips, out), std::runtime_error);
-  EXPECT_EQ(render(out["__elements__"]), "{}");
   dict_free(ips);
   IP_deleter(ip);
+}
+
+/* The serializer runs once per entry in insertion order, each time on the
+ * value a lookup of its key finds; a throw keeps the members written before
+ * it, none half written. */
+TEST(Dict, SerializerRunsPerEntryOldestFirstAndAThrowKeepsTheWrittenOnes) {
+  static std::vector<int32_t> seen;
+  static size_t throw_at;
+  const value_serializer record = [](void *value, Json::Value &out) {
+    if (seen.size() == throw_at) {
+      out = "half";
+      throw std::runtime_error("refused");
+    }
+    seen.push_back(static_cast<Integer *>(value)->value);
+    out = static_cast<Json::Int>(seen.size());
+    return &out;
+  };
+  dict_s *dict = dict_new("Integer", Integer_deleter, nullptr, record,
+                          Integer_copier);
+  const std::pair<const char *, int32_t> entries[] = {
+      {"z", 1}, {"a", 2}, {"z", 3}, {"m", 4}, {"a", 5}};
+  for (const auto &[key, value] : entries)
+    add_integer(dict, key, value);
+  const struct {
+    size_t throw_at;
+    std::vector<int32_t> seen;
+    const char *elements;
+  } cases[] = {
+      {99, {1, 2, 1, 4, 2}, R"({"a":5,"m":4,"z":3})"},
+      {0, {}, "{}"},
+      {1, {1}, R"({"z":1})"},
+      {3, {1, 2, 1}, R"({"a":2,"z":3})"},
+      {4, {1, 2, 1, 4}, R"({"a":2,"m":4,"z":3})"},
+  };
+  for (const auto &c : cases) {
+    seen.clear();
+    throw_at = c.throw_at;
+    Json::Value out = parse(R"({"__elements__":{"old":1}})");
+    if (c.throw_at < 5)
+      EXPECT_THROW(dict_serialize(dict, out), std::runtime_error);
+    else
+      EXPECT_EQ(dict_serialize(dict, out), nullptr);
+    EXPECT_EQ(seen, c.seen) << c.throw_at;
+    EXPECT_EQ(render(out["__elements__"]), c.elements) << c.throw_at;
+  }
+  dict_free(dict);
 }
 
 TEST(Dict, OldestValueIsWrittenWhateverTheKeysShareOrHold) {

@@ -82,9 +82,14 @@ TEST(Scalar, WritesTheExactEnvelopeWhichReadsAndCopiesBack) {
       {kDouble, cell_of<Double>(-4e-7), R"("-0.000000")"},
       {kDouble, cell_of<Double>(-INFINITY), R"("-inf")"},
       {kDouble, cell_of<Double>(NAN), R"("nan")"},
-      /* Longer than 31 characters: written whole. */
-      {kDouble, cell_of<Double>(1e30),
-       R"("1000000000000000019884624838656.000000")"},
+      /* Past 31 characters: cut where only fraction digits go, else whole. */
+      {kDouble, cell_of<Double>(1e25),
+       R"("10000000000000000905969664.0000")"},
+      {kDouble, cell_of<Double>(-1e25),
+       R"("-10000000000000000905969664.000")"},
+      {kDouble, cell_of<Double>(1e30), R"("1000000000000000019884624838656")"},
+      {kDouble, cell_of<Double>(1e40),
+       R"("10000000000000000303786028427003666890752.000000")"},
       {kTime, cell_of<Time>(1700000000), "1700000000.0"},
       {kDate, cell_of<Date>(-1), "-1.0"},
       /* Past 2^53 the nearest double; +-2^63 reads back saturated. */
