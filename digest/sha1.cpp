@@ -8,8 +8,12 @@
 #include <cpuid.h>
 #endif
 
-#include "sha1_internal.h"
+#include "digest_internal.h"
 #include "velmora/digest.h"
+
+using velmora::sha1_compress_portable;
+using velmora::sha1_compress_shani;
+using velmora::sha1_cpu_has_shani;
 
 namespace {
 
@@ -120,7 +124,9 @@ void release(sha1_context_s *context) {
 
 } // namespace
 
-bool sha1_cpu_has_shani(void) {
+namespace velmora {
+
+bool sha1_cpu_has_shani() {
 #if defined(__x86_64__) || defined(__i386__)
   unsigned eax, ebx, ecx, edx;
   if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx))
@@ -139,6 +145,8 @@ void sha1_force_portable(bool force) {
   selected_compress.store(force ? sha1_compress_portable : best_compress(),
                           std::memory_order_relaxed);
 }
+
+} // namespace velmora
 
 sha1_context_s *sha1_open(void) {
   sha1_context_s *context =
