@@ -9,11 +9,17 @@
 #include "velmora/transport.h"
 #include "velmora/values.h"
 
+namespace velmora {
+
 Init global_init;
 
 Init::~Init() {
   pthread_mutex_destroy(&mutex);
 }
+
+} // namespace velmora
+
+using velmora::global_init;
 
 namespace {
 
@@ -50,6 +56,8 @@ void initialize_curl_once() {
 
 } // namespace
 
+namespace velmora {
+
 std::string read_local_auth_key(const char *path) {
   FILE *file = path == nullptr ? nullptr : fopen(path, "rt");
   if (file == nullptr)
@@ -65,8 +73,10 @@ std::string read_local_auth_key(const char *path) {
   return std::string(line, length);
 }
 
+} // namespace velmora
+
 std::string getLocalAuthKey() {
-  return read_local_auth_key("/etc/local_auth.key");
+  return velmora::read_local_auth_key("/etc/local_auth.key");
 }
 
 extern "C" {
