@@ -1,21 +1,13 @@
-#include "elements.h"
-
+/* The element logic the list, the dictionary and the records that hold
+ * one share: native kinds, reading, storing, discarding and copying. */
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "values_internal.h"
 #include "velmora/values.h"
 
 namespace velmora {
-
-void copy_element(value_copier copier, void **slot, void *value) {
-  if (copier == reinterpret_cast<value_copier>(
-                    reinterpret_cast<void (*)()>(string_copier)))
-    string_copier(reinterpret_cast<char **>(slot),
-                  static_cast<const char *>(value));
-  else
-    copier(slot, value);
-}
 
 native_kind native_kind_of(const char *sub_type) {
   if (strcmp(sub_type, "Unicode") == 0)
@@ -45,6 +37,11 @@ Json::Value native_to_json(native_kind kind, const void *element) {
   return Json::Value();
 }
 
+namespace {
+
+/* A new cell (or text) read from `entry`, or null for kind none and when
+ * memory runs out. When the JSON library cannot convert the entry it
+ * raises, and nothing is allocated. */
 void *native_from_json(native_kind kind, const Json::Value &entry) {
   switch (kind) {
   case native_kind::unicode:
@@ -70,6 +67,8 @@ void *native_from_json(native_kind kind, const Json::Value &entry) {
   return nullptr;
 }
 
+} // namespace
+
 bool sub_type_fits(const char *sub_type, const Json::Value &in) {
   const Json::Value *named = find_member(in, "__sub_type__");
   std::string text = named != nullptr ? named->asString() : "Unknown";
@@ -80,6 +79,57 @@ bool sub_type_fits(const char *sub_type, const Json::Value &in) {
 
 const Json::Value *find_member(const Json::Value &in, const char *name) {
   return in.find(name, name + strlen(name));
+}
+
+value_copier text_copier() {
+  // string_copier returns its copy; no container reads a copier's result.
+  return reinterpret_cast<value_copier>(
+      reinterpret_cast<void (*)()>(string_copier));
+}
+
+element_read read_element(value_deserializer deserializer, native_kind kind,
+                          const Json::Value &entry, void *&element) {
+  if (deserializer != nullptr) {
+    element = deserializer(entry);
+    return element_read::element;
+  }
+  if (kind == native_kind::none)
+    return element_read::nothing;
+  element = native_from_json(kind, entry);
+  return element != nullptr ? element_read::element
+                            : element_read::out_of_memory;
+}
+
+void *stored_form(value_copier copier, void *value) {
+  if (copier == nullptr)
+    return value;
+  void *copy = nullptr;
+  // string_copier is called as what it is: a call through a pointer of
+  // another function type is undefined.
+  if (copier == text_copier())
+    string_copier(reinterpret_cast<char **>(&copy),
+                  static_cast<const char *>(value));
+  else
+    copier(&copy, value);
+  return copy;
+}
+
+void discard_element(value_deleter deleter, void *element) {
+  if (element == nullptr)
+    return;
+  if (deleter != nullptr)
+    deleter(element);
+  else
+    free(element);
+}
+
+void copy_container(void **slot, void *source, const container_copying &how) {
+  void *copy = source != nullptr ? how.make_like(source) : nullptr;
+  if (copy != nullptr && !how.add_all(copy, source)) {
+    how.release_part(copy);
+    copy = nullptr;
+  }
+  *slot = copy;
 }
 
 } // namespace velmora

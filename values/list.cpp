@@ -4,21 +4,12 @@
 #include <cstring>
 #include <iostream>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 using velmora::native_kind;
 
 namespace {
-
-/* Releases an element the list made (read or copied) but cannot keep: as
- * the list would, or with free when it has no deleter. */
-void discard(list_s *list, void *element) {
-  if (list->deleter != nullptr)
-    list->deleter(element);
-  else
-    free(element);
-}
 
 /* Stores `element` in the next slot, doubling the array when it is full;
  * false, with the list as it was, when there is no slot to be had. */
@@ -41,38 +32,59 @@ bool append(list_s *list, void *element) {
 
 /* list_add_copy; false when nothing was added. */
 bool add(list_s *list, void *value, bool copy) {
-  if (!copy || list->copier == nullptr)
+  if (!copy)
     return append(list, value);
   // What the copier gives is kept as it is, null included: a null copy is
   // the copier's answer, which the list cannot tell from any other.
-  void *element = nullptr;
-  velmora::copy_element(list->copier, &element, value);
+  void *element = velmora::stored_form(list->copier, value);
   if (append(list, element))
     return true;
-  if (element != nullptr)
-    discard(list, element);
+  if (list->copier != nullptr)
+    velmora::discard_element(list->deleter, element);
   return false;
 }
 
 /* Appends the element read from one array entry; false when memory ran
- * out, and then nothing read is kept. A deserializer's null is an element
- * like any other; a native read gives null only when memory runs out. */
+ * out, and then nothing read is kept. */
 bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
-  void *element;
-  if (list->deserializer != nullptr)
-    element = list->deserializer(entry);
-  else if (kind != native_kind::none)
-    element = velmora::native_from_json(kind, entry);
-  else
+  void *element = nullptr;
+  switch (velmora::read_element(list->deserializer, kind, entry, element)) {
+  case velmora::element_read::nothing:
     return true;
-  if (element == nullptr && list->deserializer == nullptr)
+  case velmora::element_read::out_of_memory:
     return false;
+  case velmora::element_read::element:
+    break;
+  }
   if (append(list, element))
     return true;
-  if (element != nullptr)
-    discard(list, element);
+  velmora::discard_element(list->deleter, element);
   return false;
 }
+
+void *make_like(const void *handle) {
+  const list_s *source = static_cast<const list_s *>(handle);
+  return list_new(source->sub_type, source->deleter, source->deserializer,
+                  source->serializer, source->copier);
+}
+
+bool add_all(void *copy, void *handle) {
+  const list_s *source = static_cast<const list_s *>(handle);
+  for (int32_t i = 0; i < source->nb_elements; i++)
+    if (!add(static_cast<list_s *>(copy), source->elements[i], true))
+      return false;
+  return true;
+}
+
+void release_part(void *handle) {
+  list_s *copy = static_cast<list_s *>(handle);
+  // Handles shared with the source are the source's to release.
+  if (copy->copier == nullptr)
+    copy->deleter = nullptr;
+  list_del(copy);
+}
+
+const velmora::container_copying copying = {make_like, add_all, release_part};
 
 } // namespace
 
@@ -131,24 +143,7 @@ int32_t list_get_nb_elements(list_s *list) {
 }
 
 void list_copier(void **slot, void *handle) {
-  const list_s *source = static_cast<const list_s *>(handle);
-  if (source == nullptr) {
-    *slot = nullptr;
-    return;
-  }
-  list_s *copy =
-      list_new(source->sub_type, source->deleter, source->deserializer,
-               source->serializer, source->copier);
-  for (int32_t i = 0; copy != nullptr && i < source->nb_elements; i++) {
-    if (add(copy, source->elements[i], true))
-      continue;
-    // Handles shared with the source are the source's to release.
-    if (copy->copier == nullptr)
-      copy->deleter = nullptr;
-    list_del(copy);
-    copy = nullptr;
-  }
-  *slot = copy;
+  velmora::copy_container(slot, handle, copying);
 }
 
 int32_t list_compare(list_s *a, list_s *b) {

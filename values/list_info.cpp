@@ -1,7 +1,7 @@
 /* The paging request record: limit, offset, order and search texts. */
 #include <cstdlib>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 namespace {
@@ -15,11 +15,8 @@ constexpr uint64_t kAllGiven =
 
 /* A dictionary of texts written and read as bare JSON strings. */
 dict_s *new_search_parameters() {
-  // string_copier returns its copy; callers never read a copier's result.
-  value_copier copier = reinterpret_cast<value_copier>(
-      reinterpret_cast<void (*)()>(string_copier));
   return dict_new("Unicode", string_deleter, string_deserialize, nullptr,
-                  copier);
+                  velmora::text_copier());
 }
 
 } // namespace
