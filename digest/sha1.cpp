@@ -107,7 +107,7 @@ void finish(sha1_context_s *context, uint8_t digest[20]) {
   store_be64(block + 56,
              uint64_t(context->length_high) << 32 | context->length_low);
   compress(context->intermediate_hash, block, 1);
-  for (int i = 0; i < 5; ++i)
+  for (size_t i = 0; i < 5; ++i)
     store_be32(digest + 4 * i, context->intermediate_hash[i]);
 }
 
@@ -129,13 +129,13 @@ namespace velmora {
 bool sha1_cpu_has_shani() {
 #if defined(__x86_64__) || defined(__i386__)
   unsigned eax, ebx, ecx, edx;
-  if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx))
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0)
     return false;
-  bool ssse3 = ecx & bit_SSSE3;
-  bool sse41 = ecx & bit_SSE4_1;
-  if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx))
+  bool ssse3 = (ecx & bit_SSSE3) != 0;
+  bool sse41 = (ecx & bit_SSE4_1) != 0;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
     return false;
-  return ssse3 && sse41 && (ebx & bit_SHA);
+  return ssse3 && sse41 && (ebx & bit_SHA) != 0;
 #else
   return false;
 #endif
@@ -151,7 +151,7 @@ void sha1_force_portable(bool force) {
 sha1_context_s *sha1_open(void) {
   sha1_context_s *context =
       static_cast<sha1_context_s *>(malloc(sizeof(sha1_context_s)));
-  if (context)
+  if (context != nullptr)
     start(context);
   return context;
 }
@@ -169,7 +169,7 @@ sha1_context_s *sha1_add(sha1_context_s *context, const void *data,
 
 uint8_t *sha1_close(sha1_context_s *context) {
   uint8_t *digest = static_cast<uint8_t *>(malloc(20));
-  if (digest)
+  if (digest != nullptr)
     finish(context, digest);
   release(context);
   return digest;

@@ -70,7 +70,7 @@ void sha1_compress_portable(uint32_t state[5], const uint8_t *blocks,
                             size_t count) {
   for (; count > 0; --count, blocks += 64) {
     uint32_t w[16];
-    for (int i = 0; i < 16; ++i)
+    for (size_t i = 0; i < 16; ++i)
       w[i] = load_be32(blocks + 4 * i);
     uint32_t a = state[0], b = state[1], c = state[2], d = state[3],
              e = state[4];

@@ -46,7 +46,7 @@ void drop_password_sha1(client_context_s *context) {
 
 void initialize_curl_once() {
   pthread_mutex_lock(&global_init.mutex);
-  if (!global_init.initialized) {
+  if (global_init.initialized == 0) {
     /* A failure is not retried: later transfers report it themselves. */
     curl_global_init(CURL_GLOBAL_ALL);
     global_init.initialized = 1;
