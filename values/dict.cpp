@@ -155,51 +155,25 @@ void insert_written(Json::Value &elements, const write_plan &plan,
   }
 }
 
-void *make_like(const void *handle) {
-  const dict_s *source = static_cast<const dict_s *>(handle);
-  return dict_new(source->sub_type, source->deleter, source->deserializer,
-                  source->serializer, source->copier);
-}
+/* Where a member read goes: its dictionary, under its name. */
+struct member_slot {
+  dict_s *dict;
+  const char *name;
+};
 
-bool add_all(void *copy, void *handle) {
-  dict_s *source = static_cast<dict_s *>(handle);
-  for (dict_entry_s *e = source->first; e != head(source); e = e->next)
-    if (!add_entry(static_cast<dict_s *>(copy), e->key, e->value))
-      return false;
-  return true;
-}
-
-void release_part(void *handle) {
-  dict_s *copy = static_cast<dict_s *>(handle);
-  // Values shared with the source are the source's to release.
-  if (copy->copier == nullptr)
-    copy->deleter = nullptr;
-  dict_free(copy);
-}
-
-const velmora::container_copying copying = {make_like, add_all, release_part};
-
-/* Adds the value read from the member `name`; false when memory ran out,
- * and then nothing read is kept. The value read is spare when the
- * dictionary stored its own copy. */
-bool read_member(dict_s *dict, native_kind kind, const std::string &name,
-                 const Json::Value &member) {
-  void *value = nullptr;
-  switch (velmora::read_element(dict->deserializer, kind, member, value)) {
-  case velmora::element_read::nothing:
-    return true;
-  case velmora::element_read::out_of_memory:
-    return false;
-  case velmora::element_read::element:
-    break;
-  }
-  bool added = add_entry(dict, name.c_str(), value);
-  if (dict->copier != nullptr || !added)
-    velmora::discard_element(dict->deleter, value);
-  return added;
+bool store(void *target, void *value) {
+  const member_slot *slot = static_cast<const member_slot *>(target);
+  return add_entry(slot->dict, slot->name, value);
 }
 
 } // namespace
+
+bool velmora::add_copies(dict_s *copy, dict_s *source) {
+  for (dict_entry_s *e = source->first; e != head(source); e = e->next)
+    if (!add_entry(copy, e->key, e->value))
+      return false;
+  return true;
+}
 
 dict_s *dict_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
@@ -207,17 +181,13 @@ dict_s *dict_new(const char *sub_type, value_deleter deleter,
   dict_s *dict = static_cast<dict_s *>(calloc(1, sizeof *dict));
   if (dict == nullptr)
     return nullptr;
-  dict->sub_type = strdup(sub_type != nullptr ? sub_type : "");
-  if (dict->sub_type == nullptr) {
+  if (!velmora::set_element_type(dict, sub_type, deleter, deserializer,
+                                 serializer, copier)) {
     free(dict);
     return nullptr;
   }
   dict->first = head(dict);
   dict->last = head(dict);
-  dict->deleter = deleter;
-  dict->deserializer = deserializer;
-  dict->serializer = serializer;
-  dict->copier = copier;
   return dict;
 }
 
@@ -306,7 +276,7 @@ void **dict_values(dict_s *dict) {
 }
 
 void dict_copier(void **slot, void *handle) {
-  velmora::copy_container(slot, handle, copying);
+  *slot = velmora::copy_container(static_cast<dict_s *>(handle));
 }
 
 Json::Value *dict_serialize(void *handle, Json::Value &out) {
@@ -350,11 +320,17 @@ bool read_members(dict_s *dict, const Json::Value &in) {
   if (elements == nullptr || !elements->isObject())
     return true;
 
-  native_kind kind = native_kind_of(dict->sub_type);
+  // The dictionary stores its own copy when it has a copier.
+  const element_reader reader = {dict->deserializer, dict->deleter,
+                                 native_kind_of(dict->sub_type),
+                                 dict->copier != nullptr};
   // The object's own order is ascending byte order of the names.
-  for (auto it = elements->begin(); it != elements->end(); ++it)
-    if (!read_member(dict, kind, it.name(), *it))
+  for (auto it = elements->begin(); it != elements->end(); ++it) {
+    std::string name = it.name();
+    member_slot slot = {dict, name.c_str()};
+    if (!read_element(reader, *it, store, &slot))
       return false;
+  }
   return true;
 }
 

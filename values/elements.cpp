@@ -87,17 +87,19 @@ value_copier text_copier() {
       reinterpret_cast<void (*)()>(string_copier));
 }
 
-element_read read_element(value_deserializer deserializer, native_kind kind,
-                          const Json::Value &entry, void *&element) {
-  if (deserializer != nullptr) {
-    element = deserializer(entry);
-    return element_read::element;
-  }
-  if (kind == native_kind::none)
-    return element_read::nothing;
-  element = native_from_json(kind, entry);
-  return element != nullptr ? element_read::element
-                            : element_read::out_of_memory;
+bool read_element(const element_reader &reader, const Json::Value &entry,
+                  bool (*store)(void *target, void *element), void *target) {
+  void *element = nullptr;
+  if (reader.deserializer != nullptr)
+    element = reader.deserializer(entry);
+  else if (reader.kind == native_kind::none)
+    return true;
+  else if ((element = native_from_json(reader.kind, entry)) == nullptr)
+    return false;
+  bool stored = store(target, element);
+  if (reader.stores_copy || !stored)
+    discard_element(reader.deleter, element);
+  return stored;
 }
 
 void *stored_form(value_copier copier, void *value) {
@@ -123,13 +125,67 @@ void discard_element(value_deleter deleter, void *element) {
     free(element);
 }
 
-void copy_container(void **slot, void *source, const container_copying &how) {
-  void *copy = source != nullptr ? how.make_like(source) : nullptr;
-  if (copy != nullptr && !how.add_all(copy, source)) {
-    how.release_part(copy);
-    copy = nullptr;
-  }
-  *slot = copy;
+namespace {
+
+template <typename Container>
+bool set_type(Container *container, const char *sub_type, value_deleter deleter,
+              value_deserializer deserializer, value_serializer serializer,
+              value_copier copier) {
+  container->sub_type = strdup(sub_type != nullptr ? sub_type : "");
+  container->deleter = deleter;
+  container->deserializer = deserializer;
+  container->serializer = serializer;
+  container->copier = copier;
+  return container->sub_type != nullptr;
+}
+
+void release(list_s *list) {
+  list_del(list);
+}
+
+void release(dict_s *dict) {
+  dict_free(dict);
+}
+
+template <typename Container>
+Container *copy_of(Container *source,
+                   Container *(*make)(const char *, value_deleter,
+                                      value_deserializer, value_serializer,
+                                      value_copier)) {
+  if (source == nullptr)
+    return nullptr;
+  Container *copy =
+      make(source->sub_type, source->deleter, source->deserializer,
+           source->serializer, source->copier);
+  if (copy == nullptr || add_copies(copy, source))
+    return copy;
+  // Handles shared with the source are the source's to release.
+  if (copy->copier == nullptr)
+    copy->deleter = nullptr;
+  release(copy);
+  return nullptr;
+}
+
+} // namespace
+
+bool set_element_type(list_s *list, const char *sub_type, value_deleter deleter,
+                      value_deserializer deserializer,
+                      value_serializer serializer, value_copier copier) {
+  return set_type(list, sub_type, deleter, deserializer, serializer, copier);
+}
+
+bool set_element_type(dict_s *dict, const char *sub_type, value_deleter deleter,
+                      value_deserializer deserializer,
+                      value_serializer serializer, value_copier copier) {
+  return set_type(dict, sub_type, deleter, deserializer, serializer, copier);
+}
+
+list_s *copy_container(list_s *source) {
+  return copy_of(source, list_new);
+}
+
+dict_s *copy_container(dict_s *source) {
+  return copy_of(source, dict_new);
 }
 
 } // namespace velmora

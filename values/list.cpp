@@ -44,49 +44,18 @@ bool add(list_s *list, void *value, bool copy) {
   return false;
 }
 
-/* Appends the element read from one array entry; false when memory ran
- * out, and then nothing read is kept. */
-bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
-  void *element = nullptr;
-  switch (velmora::read_element(list->deserializer, kind, entry, element)) {
-  case velmora::element_read::nothing:
-    return true;
-  case velmora::element_read::out_of_memory:
-    return false;
-  case velmora::element_read::element:
-    break;
-  }
-  if (append(list, element))
-    return true;
-  velmora::discard_element(list->deleter, element);
-  return false;
+bool store(void *list, void *element) {
+  return append(static_cast<list_s *>(list), element);
 }
 
-void *make_like(const void *handle) {
-  const list_s *source = static_cast<const list_s *>(handle);
-  return list_new(source->sub_type, source->deleter, source->deserializer,
-                  source->serializer, source->copier);
-}
+} // namespace
 
-bool add_all(void *copy, void *handle) {
-  const list_s *source = static_cast<const list_s *>(handle);
+bool velmora::add_copies(list_s *copy, const list_s *source) {
   for (int32_t i = 0; i < source->nb_elements; i++)
-    if (!add(static_cast<list_s *>(copy), source->elements[i], true))
+    if (!add(copy, source->elements[i], true))
       return false;
   return true;
 }
-
-void release_part(void *handle) {
-  list_s *copy = static_cast<list_s *>(handle);
-  // Handles shared with the source are the source's to release.
-  if (copy->copier == nullptr)
-    copy->deleter = nullptr;
-  list_del(copy);
-}
-
-const velmora::container_copying copying = {make_like, add_all, release_part};
-
-} // namespace
 
 list_s *list_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
@@ -97,17 +66,14 @@ list_s *list_new(const char *sub_type, value_deleter deleter,
   list->nb_elements = 0;
   list->capacity = 4;
   list->elements = static_cast<void **>(malloc(4 * sizeof(void *)));
-  list->sub_type = strdup(sub_type != nullptr ? sub_type : "");
-  if (list->elements == nullptr || list->sub_type == nullptr) {
+  bool typed = velmora::set_element_type(list, sub_type, deleter, deserializer,
+                                         serializer, copier);
+  if (list->elements == nullptr || !typed) {
     free(list->sub_type);
     free(list->elements);
     free(list);
     return nullptr;
   }
-  list->deleter = deleter;
-  list->deserializer = deserializer;
-  list->serializer = serializer;
-  list->copier = copier;
   return list;
 }
 
@@ -143,7 +109,7 @@ int32_t list_get_nb_elements(list_s *list) {
 }
 
 void list_copier(void **slot, void *handle) {
-  velmora::copy_container(slot, handle, copying);
+  *slot = velmora::copy_container(static_cast<list_s *>(handle));
 }
 
 int32_t list_compare(list_s *a, list_s *b) {
@@ -186,14 +152,17 @@ list_s *list_deserialize(list_s *list, const Json::Value &in) {
 
   // Walked in order rather than looked up by position, which costs a tree
   // search per entry; positions the array never set read as null.
-  native_kind kind = velmora::native_kind_of(list->sub_type);
+  const velmora::element_reader reader = {
+      list->deserializer, list->deleter,
+      velmora::native_kind_of(list->sub_type), false};
   Json::ArrayIndex position = 0;
   // Reading stops where memory runs out; what was read so far stays.
   for (auto it = elements->begin(); it != elements->end(); ++it) {
     for (; position < it.index(); position++)
-      if (!read_entry(list, kind, Json::Value::nullSingleton()))
+      if (!velmora::read_element(reader, Json::Value::nullSingleton(), store,
+                                 list))
         return list;
-    if (!read_entry(list, kind, *it))
+    if (!velmora::read_element(reader, *it, store, list))
       return list;
     position++;
   }

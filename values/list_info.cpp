@@ -51,6 +51,23 @@ bool copy_members(ListInfo *copy, const ListInfo *source) {
   return whole;
 }
 
+/* Replaces the member `given` marks with a copy of `value`; false, with the
+ * old member staying, when memory runs out. The copy is made before the old
+ * member goes: `value` may be that very member. */
+template <typename Member>
+bool replace_member(ListInfo *list_info, uint64_t given, Member *&member,
+                    Member *value, value_copier copier, value_deleter deleter) {
+  void *copy = nullptr;
+  copier(&copy, value);
+  if (copy == nullptr && value != nullptr)
+    return false;
+  if ((list_info->presence_mask & given) != 0)
+    deleter(member);
+  list_info->presence_mask |= given;
+  member = static_cast<Member *>(copy);
+  return true;
+}
+
 } // namespace
 
 void ListInfo_init(ListInfo *list_info) {
@@ -76,18 +93,13 @@ int32_t listinfo_getLimit(ListInfo *list_info) {
 }
 
 void listinfo_setLimit(ListInfo *list_info, int32_t limit) {
-  if (list_info == nullptr)
-    return;
-  list_info->presence_mask |= kLimitGiven;
-  list_info->limit = limit;
+  velmora::set_given(list_info, &ListInfo::limit, kLimitGiven, limit);
 }
 
 void listinfo_setJsonLimit(void *handle, const Json::Value &properties) {
-  ListInfo *list_info = static_cast<ListInfo *>(handle);
-  if (list_info == nullptr)
-    return;
-  list_info->limit = properties.get("limit", Json::Value()).asInt();
-  list_info->presence_mask |= kLimitGiven;
+  if (handle != nullptr)
+    listinfo_setLimit(static_cast<ListInfo *>(handle),
+                      properties.get("limit", Json::Value()).asInt());
 }
 
 Ordering *listinfo_getOrder(ListInfo *list_info) {
@@ -95,18 +107,10 @@ Ordering *listinfo_getOrder(ListInfo *list_info) {
 }
 
 void listinfo_setOrder(ListInfo *list_info, Ordering *order) {
-  if (list_info == nullptr)
-    return;
-  // Copied before the old record goes: `order` may be that very record.
-  void *copy = nullptr;
-  Ordering_copier(&copy, order);
-  if (copy == nullptr && order != nullptr)
-    return; // out of memory: the old record stays
-  list_info->order_is_set = 1;
-  if ((list_info->presence_mask & kOrderGiven) != 0)
-    Ordering_deleter(list_info->order);
-  list_info->presence_mask |= kOrderGiven;
-  list_info->order = static_cast<Ordering *>(copy);
+  if (list_info != nullptr &&
+      replace_member(list_info, kOrderGiven, list_info->order, order,
+                     Ordering_copier, Ordering_deleter))
+    list_info->order_is_set = 1;
 }
 
 void listinfo_setJsonOrder(void *handle, const Json::Value &properties) {
@@ -125,18 +129,10 @@ dict_s *listinfo_getSearch_parameters(ListInfo *list_info) {
 }
 
 void listinfo_setSearch_parameters(ListInfo *list_info, dict_s *parameters) {
-  if (list_info == nullptr)
-    return;
-  // Copied before the old Dict goes: `parameters` may be that very Dict.
-  void *copy = nullptr;
-  dict_copier(&copy, parameters);
-  if (copy == nullptr && parameters != nullptr)
-    return; // out of memory: the old Dict stays
-  list_info->search_parameters_is_set = 1;
-  if ((list_info->presence_mask & kSearchGiven) != 0)
-    dict_deleter(list_info->search_parameters);
-  list_info->presence_mask |= kSearchGiven;
-  list_info->search_parameters = static_cast<dict_s *>(copy);
+  if (list_info != nullptr &&
+      replace_member(list_info, kSearchGiven, list_info->search_parameters,
+                     parameters, dict_copier, dict_deleter))
+    list_info->search_parameters_is_set = 1;
 }
 
 void listinfo_setJsonSearch_parameters(void *handle,
@@ -160,18 +156,13 @@ int32_t listinfo_getOffset(ListInfo *list_info) {
 }
 
 void listinfo_setOffset(ListInfo *list_info, int32_t offset) {
-  if (list_info == nullptr)
-    return;
-  list_info->presence_mask |= kOffsetGiven;
-  list_info->offset = offset;
+  velmora::set_given(list_info, &ListInfo::offset, kOffsetGiven, offset);
 }
 
 void listinfo_setJsonOffset(void *handle, const Json::Value &properties) {
-  ListInfo *list_info = static_cast<ListInfo *>(handle);
-  if (list_info == nullptr)
-    return;
-  list_info->offset = properties.get("offset", Json::Value()).asInt();
-  list_info->presence_mask |= kOffsetGiven;
+  if (handle != nullptr)
+    listinfo_setOffset(static_cast<ListInfo *>(handle),
+                       properties.get("offset", Json::Value()).asInt());
 }
 
 Json::Value *ListInfo_serialize(void *handle, Json::Value &out) {

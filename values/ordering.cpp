@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "values_internal.h"
 #include "velmora/values.h"
 
 namespace {
@@ -39,18 +40,13 @@ int32_t ordering_getAsc(Ordering *ordering) {
 }
 
 void ordering_setAsc(Ordering *ordering, int32_t asc) {
-  if (ordering == nullptr)
-    return;
-  ordering->presence_mask |= kAscGiven;
-  ordering->asc = asc;
+  velmora::set_given(ordering, &Ordering::asc, kAscGiven, asc);
 }
 
 void ordering_setJsonAsc(void *handle, const Json::Value &properties) {
-  Ordering *ordering = static_cast<Ordering *>(handle);
-  if (ordering == nullptr)
-    return;
-  ordering->asc = properties.get("asc", Json::Value()).asBool() ? 1 : 0;
-  ordering->presence_mask |= kAscGiven;
+  if (handle != nullptr)
+    ordering_setAsc(static_cast<Ordering *>(handle),
+                    properties.get("asc", Json::Value()).asBool() ? 1 : 0);
 }
 
 char *ordering_getOrder_by(Ordering *ordering) {

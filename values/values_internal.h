@@ -61,17 +61,27 @@ bool sub_type_fits(const char *sub_type, const Json::Value &in);
 /* string_copier in the copier's shape, for the containers of texts. */
 value_copier text_copier();
 
-/* What reading one entry gave. */
-enum class element_read { element, nothing, out_of_memory };
+/* How a container reads its elements: its element type's deserializer
+ * and deleter, its native kind, and whether it stores its own copy of what
+ * it is given (then the element read is spare once stored). */
+struct element_reader {
+  value_deserializer deserializer;
+  value_deleter deleter;
+  native_kind kind;
+  bool stores_copy;
+};
 
 /*
- * Reads `entry` as a container does: through `deserializer` when there is
- * one (its null is an element like any other), else as the native `kind`
- * (null only when memory runs out), else nothing. Raises as the
- * deserializer or the JSON library does, having allocated nothing.
+ * Reads `entry` as a container does: through the deserializer when there
+ * is one (its null is an element like any other), else as the native kind
+ * (null only when memory runs out), else nothing. What is read goes to
+ * `store(target, element)`, which says whether it stored it; an element
+ * not stored, or spare, is released. False when memory ran out, and then
+ * nothing read is kept. Raises as the deserializer or the JSON library
+ * does, having allocated nothing.
  */
-element_read read_element(value_deserializer deserializer, native_kind kind,
-                          const Json::Value &entry, void *&element);
+bool read_element(const element_reader &reader, const Json::Value &entry,
+                  bool (*store)(void *target, void *element), void *target);
 
 /* What a container stores for `value`: the copier's copy (null included,
  * the copier's answer), or `value` itself when there is no copier. */
@@ -81,18 +91,40 @@ void *stored_form(value_copier copier, void *value);
  * or free when there is none. A null holds nothing to release. */
 void discard_element(value_deleter deleter, void *element);
 
+/* Gives a new container its element type: a copy of `sub_type` ("" when
+ * null; null when memory runs out) and the four operations. False when the
+ * copy cannot be made. */
+bool set_element_type(list_s *list, const char *sub_type, value_deleter deleter,
+                      value_deserializer deserializer,
+                      value_serializer serializer, value_copier copier);
+bool set_element_type(dict_s *dict, const char *sub_type, value_deleter deleter,
+                      value_deserializer deserializer,
+                      value_serializer serializer, value_copier copier);
+
+/* Adds each element of `source` to `copy` as list_add and dict_add do;
+ * false when memory ran out. Defined beside each container. */
+bool add_copies(list_s *copy, const list_s *source);
+bool add_copies(dict_s *copy, dict_s *source);
+
 /*
- * The copier shape of both containers: a null source gives null; else a
- * container made like the source and given each of its elements, or null
- * when memory runs out on the way (the part made is released, sparing the
- * handles it shares with the source).
+ * The containers' copiers: a container made like `source` holding a copy
+ * of each of its elements; null when `source` is null or memory runs out
+ * (the part made is released, sparing the handles it shares with the
+ * source).
  */
-struct container_copying {
-  void *(*make_like)(const void *source);
-  bool (*add_all)(void *copy, void *source); /* false: out of memory */
-  void (*release_part)(void *copy);
-};
-void copy_container(void **slot, void *source, const container_copying &how);
+list_s *copy_container(list_s *source);
+dict_s *copy_container(dict_s *source);
+
+/* Sets a record's number `field` to `value` and marks it given with
+ * `given`; a null record is left alone. */
+template <typename Record>
+void set_given(Record *record, int32_t Record::*field, uint64_t given,
+               int32_t value) {
+  if (record == nullptr)
+    return;
+  record->presence_mask |= given;
+  record->*field = value;
+}
 
 /* dict_deserialize on a dictionary that is not null; false when memory ran
  * out part way, the entries read before staying. */
