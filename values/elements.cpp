@@ -89,12 +89,14 @@ value_copier text_copier() {
 
 bool read_element(const element_reader &reader, const Json::Value &entry,
                   bool (*store)(void *target, void *element), void *target) {
-  void *element = nullptr;
-  if (reader.deserializer != nullptr)
-    element = reader.deserializer(entry);
-  else if (reader.kind == native_kind::none)
-    return true;
-  else if ((element = native_from_json(reader.kind, entry)) == nullptr)
+  if (reader.deserializer == nullptr && reader.kind == native_kind::none)
+    return true; // nothing reads this element type
+  void *element = reader.deserializer != nullptr
+                      ? reader.deserializer(entry)
+                      : native_from_json(reader.kind, entry);
+  // A deserializer's null is an element like any other; a native read gives
+  // null only when memory runs out.
+  if (element == nullptr && reader.deserializer == nullptr)
     return false;
   bool stored = store(target, element);
   if (reader.stores_copy || !stored)
