@@ -8,7 +8,7 @@
 #include <random>
 #include <string>
 
-#include "../digest/sha1_internal.h"
+#include "../digest/digest_internal.h"
 #include "velmora/digest.h"
 
 namespace {
@@ -32,9 +32,9 @@ void sha1_velmora(benchmark::State &state) {
 }
 
 void sha1_velmora_portable(benchmark::State &state) {
-  sha1_force_portable(true);
+  velmora::sha1_force_portable(true);
   sha1_velmora(state);
-  sha1_force_portable(false);
+  velmora::sha1_force_portable(false);
 }
 
 void sha1_openssl(benchmark::State &state) {

@@ -86,7 +86,43 @@ uint32_t sextet_of(unsigned char c) {
   const uint8_t s = tables.sextet[c];
   if (s != kNotInAlphabet)
     return s;
-  return c != '=' && isalnum(c) ? 0 : kNotInAlphabet;
+  return c != '=' && isalnum(c) != 0 ? 0 : kNotInAlphabet;
+}
+
+/* Decodes from in[i] into buffer[o], two groups per round, while one test
+ * tells that all eight characters are in the alphabet. o + 8 <= i + 8 <=
+ * size, so the wide store fits. */
+void decode_wide(const uint8_t *in, size_t size, uint8_t *buffer, size_t &i,
+                 size_t &o) {
+  for (; i + 8 <= size; i += 8, o += 6) {
+    const uint32_t a = pair_at(in + i), b = pair_at(in + i + 2),
+                   c = pair_at(in + i + 4), d = pair_at(in + i + 6);
+    if ((a & b & c & d & kValidPair) == 0)
+      break;
+    /* The xor clears both pairs' marks, which sit at bits 24 and 12. */
+    const uint64_t first = (a << 12 ^ b ^ (kValidPair << 12 | kValidPair));
+    const uint64_t second = (c << 12 ^ d ^ (kValidPair << 12 | kValidPair));
+    store_be64(buffer + o, (first << 24 | second) << 16);
+  }
+}
+
+/* One group character by character, since the text may end inside it;
+ * returns how many of its four characters were in the alphabet. */
+int decode_group(const uint8_t *in, size_t size, uint8_t *buffer, size_t &i,
+                 size_t &o) {
+  uint32_t group = 0;
+  int held = 0;
+  for (; held < 4 && i < size; ++held, ++i) {
+    const uint32_t s = sextet_of(in[i]);
+    if (s == kNotInAlphabet)
+      break;
+    group |= s << (18 - 6 * held);
+  }
+  /* Two or three characters give one byte fewer; one gives none. */
+  const int whole = held == 4 ? 3 : held > 0 ? held - 1 : 0;
+  for (int k = 0; k < whole; ++k)
+    buffer[o++] = uint8_t(group >> (16 - 8 * k));
+  return held;
 }
 
 } // namespace
@@ -132,40 +168,14 @@ void base64_decode(const std::string &text, char **out, int &length) {
   uint8_t *buffer = static_cast<uint8_t *>(malloc(size));
   *out = reinterpret_cast<char *>(buffer);
   length = 0;
-  if (!buffer)
+  if (buffer == nullptr)
     return;
 
   const uint8_t *in = reinterpret_cast<const uint8_t *>(text.data());
   size_t i = 0;
   size_t o = 0;
-  for (;;) {
-    /* Two groups per round; one test tells whether all eight characters
-     * are in the alphabet. o + 8 <= i + 8 <= size, so the wide store fits. */
-    for (; i + 8 <= size; i += 8, o += 6) {
-      const uint32_t a = pair_at(in + i), b = pair_at(in + i + 2),
-                     c = pair_at(in + i + 4), d = pair_at(in + i + 6);
-      if (!(a & b & c & d & kValidPair))
-        break;
-      /* The xor clears both pairs' marks, which sit at bits 24 and 12. */
-      const uint64_t first = (a << 12 ^ b ^ (kValidPair << 12 | kValidPair));
-      const uint64_t second = (c << 12 ^ d ^ (kValidPair << 12 | kValidPair));
-      store_be64(buffer + o, (first << 24 | second) << 16);
-    }
-    /* One group character by character: the text may end inside it. */
-    uint32_t group = 0;
-    int held = 0;
-    for (; held < 4 && i < size; ++held, ++i) {
-      const uint32_t s = sextet_of(in[i]);
-      if (s == kNotInAlphabet)
-        break;
-      group |= s << (18 - 6 * held);
-    }
-    /* Two or three characters give one byte fewer; one gives none. */
-    const int whole = held == 4 ? 3 : held > 0 ? held - 1 : 0;
-    for (int k = 0; k < whole; ++k)
-      buffer[o++] = uint8_t(group >> (16 - 8 * k));
-    if (held < 4)
-      break;
-  }
+  do
+    decode_wide(in, size, buffer, i, o);
+  while (decode_group(in, size, buffer, i, o) == 4);
   length = int(o);
 }

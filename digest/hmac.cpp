@@ -15,12 +15,12 @@ constexpr char kHexDigits[] = "0123456789abcdef";
 uint8_t *digest_after_pad(const uint8_t pad[kBlockSize], const void *rest,
                           uint64_t rest_length) {
   sha1_context_s *context = sha1_open();
-  if (!context)
+  if (context == nullptr)
     return nullptr;
   context = sha1_add(context, pad, kBlockSize);
-  if (context)
+  if (context != nullptr)
     context = sha1_add(context, rest, rest_length);
-  return context ? sha1_close(context) : nullptr;
+  return context != nullptr ? sha1_close(context) : nullptr;
 }
 
 void form_pad(uint8_t pad[kBlockSize], const uint8_t *key, int key_length,
@@ -45,7 +45,7 @@ void hmac_sha(const char *key, int key_length, const char *data,
   uint8_t *hashed_key = nullptr;
   if (key_length > kBlockSize) {
     hashed_key = sha1_hash(key, uint64_t(key_length));
-    if (!hashed_key) {
+    if (hashed_key == nullptr) {
       fill_zeros(out, wanted);
       return;
     }
@@ -59,14 +59,15 @@ void hmac_sha(const char *key, int key_length, const char *data,
    * inner digest fails and the output is zeros rather than a wild read. */
   uint8_t *inner = digest_after_pad(pad, data, uint64_t(int64_t(data_length)));
   form_pad(pad, key_bytes, key_length, 0x5C);
-  if (hashed_key) {
+  if (hashed_key != nullptr) {
     explicit_bzero(hashed_key, kDigestSize);
     free(hashed_key);
   }
-  uint8_t *outer = inner ? digest_after_pad(pad, inner, kDigestSize) : nullptr;
+  uint8_t *outer =
+      inner != nullptr ? digest_after_pad(pad, inner, kDigestSize) : nullptr;
   explicit_bzero(pad, sizeof pad);
 
-  if (outer)
+  if (outer != nullptr)
     truncate(reinterpret_cast<char *>(outer), out, wanted);
   else
     fill_zeros(out, wanted);
@@ -91,10 +92,10 @@ int pr_sha(FILE *stream, char *bytes, int count) {
 }
 
 void toHexString(const char *digest, char *text) {
-  for (int i = 0; i < kDigestSize; ++i) {
+  for (size_t i = 0; i < kDigestSize; ++i) {
     const unsigned char byte = static_cast<unsigned char>(digest[i]);
     text[2 * i] = kHexDigits[byte >> 4];
     text[2 * i + 1] = kHexDigits[byte & 15];
   }
-  text[2 * kDigestSize] = '\0';
+  text[2 * size_t{kDigestSize}] = '\0';
 }

@@ -8,8 +8,12 @@
 #include <cpuid.h>
 #endif
 
-#include "sha1_internal.h"
+#include "digest_internal.h"
 #include "velmora/digest.h"
+
+using velmora::sha1_compress_portable;
+using velmora::sha1_compress_shani;
+using velmora::sha1_cpu_has_shani;
 
 namespace {
 
@@ -103,7 +107,7 @@ void finish(sha1_context_s *context, uint8_t digest[20]) {
   store_be64(block + 56,
              uint64_t(context->length_high) << 32 | context->length_low);
   compress(context->intermediate_hash, block, 1);
-  for (int i = 0; i < 5; ++i)
+  for (size_t i = 0; i < 5; ++i)
     store_be32(digest + 4 * i, context->intermediate_hash[i]);
 }
 
@@ -120,16 +124,18 @@ void release(sha1_context_s *context) {
 
 } // namespace
 
-bool sha1_cpu_has_shani(void) {
+namespace velmora {
+
+bool sha1_cpu_has_shani() {
 #if defined(__x86_64__) || defined(__i386__)
   unsigned eax, ebx, ecx, edx;
-  if (!__get_cpuid(1, &eax, &ebx, &ecx, &edx))
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0)
     return false;
-  bool ssse3 = ecx & bit_SSSE3;
-  bool sse41 = ecx & bit_SSE4_1;
-  if (!__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx))
+  bool ssse3 = (ecx & bit_SSSE3) != 0;
+  bool sse41 = (ecx & bit_SSE4_1) != 0;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
     return false;
-  return ssse3 && sse41 && (ebx & bit_SHA);
+  return ssse3 && sse41 && (ebx & bit_SHA) != 0;
 #else
   return false;
 #endif
@@ -140,10 +146,12 @@ void sha1_force_portable(bool force) {
                           std::memory_order_relaxed);
 }
 
+} // namespace velmora
+
 sha1_context_s *sha1_open(void) {
   sha1_context_s *context =
       static_cast<sha1_context_s *>(malloc(sizeof(sha1_context_s)));
-  if (context)
+  if (context != nullptr)
     start(context);
   return context;
 }
@@ -161,7 +169,7 @@ sha1_context_s *sha1_add(sha1_context_s *context, const void *data,
 
 uint8_t *sha1_close(sha1_context_s *context) {
   uint8_t *digest = static_cast<uint8_t *>(malloc(20));
-  if (digest)
+  if (digest != nullptr)
     finish(context, digest);
   release(context);
   return digest;

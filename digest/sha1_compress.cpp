@@ -1,6 +1,6 @@
 /* Portable SHA-1 block compression: five rotating registers and a 16-word
  * circular message schedule, unrolled so the rotation costs no moves. */
-#include "sha1_internal.h"
+#include "digest_internal.h"
 
 namespace {
 
@@ -64,11 +64,13 @@ inline void stage(uint32_t &a, uint32_t &b, uint32_t &c, uint32_t &d,
 
 } // namespace
 
+namespace velmora {
+
 void sha1_compress_portable(uint32_t state[5], const uint8_t *blocks,
                             size_t count) {
   for (; count > 0; --count, blocks += 64) {
     uint32_t w[16];
-    for (int i = 0; i < 16; ++i)
+    for (size_t i = 0; i < 16; ++i)
       w[i] = load_be32(blocks + 4 * i);
     uint32_t a = state[0], b = state[1], c = state[2], d = state[3],
              e = state[4];
@@ -83,3 +85,5 @@ void sha1_compress_portable(uint32_t state[5], const uint8_t *blocks,
     state[4] += e;
   }
 }
+
+} // namespace velmora

@@ -1,7 +1,7 @@
 /* SHA-1 block compression on the x86 SHA extensions. Each group of four
  * steps is one sha1rnds4; the schedule for group i + 1 to i + 3 is built
  * while group i runs, in a ring of four message registers. */
-#include "sha1_internal.h"
+#include "digest_internal.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 
@@ -40,6 +40,8 @@ all_groups(__m128i &abcd, __m128i e[2], __m128i msg[4],
 
 } // namespace
 
+namespace velmora {
+
 __attribute__((target("sha,sse4.1,ssse3"))) void
 sha1_compress_shani(uint32_t state[5], const uint8_t *blocks, size_t count) {
   const __m128i byte_swap =
@@ -68,12 +70,18 @@ sha1_compress_shani(uint32_t state[5], const uint8_t *blocks, size_t count) {
   state[4] = static_cast<uint32_t>(_mm_extract_epi32(e0, 3));
 }
 
+} // namespace velmora
+
 #else
+
+namespace velmora {
 
 /* Never chosen: sha1_cpu_has_shani() is false off x86. */
 void sha1_compress_shani(uint32_t state[5], const uint8_t *blocks,
                          size_t count) {
   sha1_compress_portable(state, blocks, count);
 }
+
+} // namespace velmora
 
 #endif

@@ -9,11 +9,17 @@
 #include "velmora/transport.h"
 #include "velmora/values.h"
 
+namespace velmora {
+
 Init global_init;
 
 Init::~Init() {
   pthread_mutex_destroy(&mutex);
 }
+
+} // namespace velmora
+
+using velmora::global_init;
 
 namespace {
 
@@ -40,7 +46,7 @@ void drop_password_sha1(client_context_s *context) {
 
 void initialize_curl_once() {
   pthread_mutex_lock(&global_init.mutex);
-  if (!global_init.initialized) {
+  if (global_init.initialized == 0) {
     /* A failure is not retried: later transfers report it themselves. */
     curl_global_init(CURL_GLOBAL_ALL);
     global_init.initialized = 1;
@@ -49,6 +55,8 @@ void initialize_curl_once() {
 }
 
 } // namespace
+
+namespace velmora {
 
 std::string read_local_auth_key(const char *path) {
   FILE *file = path == nullptr ? nullptr : fopen(path, "rt");
@@ -65,8 +73,10 @@ std::string read_local_auth_key(const char *path) {
   return std::string(line, length);
 }
 
+} // namespace velmora
+
 std::string getLocalAuthKey() {
-  return read_local_auth_key("/etc/local_auth.key");
+  return velmora::read_local_auth_key("/etc/local_auth.key");
 }
 
 extern "C" {

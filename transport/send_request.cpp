@@ -63,6 +63,58 @@ const char *password_key(client_context_s *context) {
   return hex;
 }
 
+/* Appends `line` to `headers`; false, with `headers` as it was, when
+ * libcurl cannot allocate. */
+bool append_header(curl_slist *&headers, const char *line) {
+  curl_slist *list = curl_slist_append(headers, line);
+  if (list == nullptr)
+    return false;
+  headers = list;
+  return true;
+}
+
+/* Stamps the request with the corrected clock: fills `stamp` and writes its
+ * text to `date`; false when it cannot be rendered. */
+bool stamp_date(const client_context_s *context, struct tm &stamp,
+                char (&date)[34]) {
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  time_t seconds = saturating_add(now.tv_sec, context->clock_offset);
+  return localtime_r(&seconds, &stamp) != nullptr &&
+         strftime(date, sizeof date, date_format, &stamp) != 0;
+}
+
+/* The signing key: the token, or else the password's digest. False when
+ * the digest cannot be allocated. */
+bool signing_key(client_context_s *context, const char *&key,
+                 size_t &key_length) {
+  if (context->token != nullptr) {
+    key = context->token->data();
+    key_length = context->token->size();
+    return true;
+  }
+  key = password_key(context);
+  if (key == nullptr)
+    return false;
+  key_length = strlen(key);
+  return true;
+}
+
+/* The "AUTHENTICATION:" line of a request signed with `signature`. */
+std::string authentication_line(const client_context_s *context,
+                                const char (&signature)[signature_length]) {
+  const std::string *token = context->token;
+  const std::string &user = *context->user;
+  std::string line("AUTHENTICATION:");
+  line.append(token != nullptr ? "TOKEN-DATE " : "HMAC-SHA1-DATE ");
+  line.append(base64_encode(user.data(), unsigned(user.size())));
+  line.push_back(':');
+  if (token != nullptr)
+    line.append(*token).push_back(':');
+  line.append(base64_encode(signature, signature_length));
+  return line;
+}
+
 /*
  * Appends the "Date:" and "AUTHENTICATION:" lines of a signed request and
  * keeps its stamp. False when the request cannot be signed: the stamp
@@ -71,60 +123,28 @@ const char *password_key(client_context_s *context) {
  */
 bool sign(client_context_s *context, const std::string &path,
           const std::string &body, struct tm &stamp, curl_slist *&headers) {
-  struct timeval now;
-  gettimeofday(&now, nullptr);
-  time_t seconds = saturating_add(now.tv_sec, context->clock_offset);
   char date[34];
-  if (localtime_r(&seconds, &stamp) == nullptr ||
-      strftime(date, sizeof date, date_format, &stamp) == 0)
+  if (!stamp_date(context, stamp, date))
     return false;
-
   std::string to_sign;
   to_sign.reserve(path.size() + body.size() + 48);
   to_sign.append("POST ").append(path).append("\nDate: ").append(date);
   to_sign.push_back('\n');
   to_sign.append(body);
 
-  const std::string *token = context->token;
-  const char *key;
-  size_t key_length;
-  if (token != nullptr) {
-    key = token->data();
-    key_length = token->size();
-  } else {
-    key = password_key(context);
-    if (key == nullptr)
-      return false;
-    key_length = strlen(key);
-  }
-  const std::string &user = *context->user;
-  if (to_sign.size() > INT_MAX || key_length > INT_MAX ||
-      user.size() > UINT_MAX)
+  const char *key = nullptr;
+  size_t key_length = 0;
+  if (!signing_key(context, key, key_length))
     return false;
-
+  if (to_sign.size() > INT_MAX || key_length > INT_MAX ||
+      context->user->size() > UINT_MAX)
+    return false;
   char signature[signature_length];
   hmac_sha(key, int(key_length), to_sign.data(), int(to_sign.size()), signature,
            int(signature_length));
-
-  std::string line("Date:");
-  line.append(date);
-  curl_slist *list = curl_slist_append(headers, line.c_str());
-  if (list == nullptr)
-    return false;
-  headers = list;
-
-  line.assign("AUTHENTICATION:");
-  line.append(token != nullptr ? "TOKEN-DATE " : "HMAC-SHA1-DATE ");
-  line.append(base64_encode(user.data(), unsigned(user.size())));
-  line.push_back(':');
-  if (token != nullptr)
-    line.append(*token).push_back(':');
-  line.append(base64_encode(signature, signature_length));
-  list = curl_slist_append(headers, line.c_str());
-  if (list == nullptr)
-    return false;
-  headers = list;
-  return true;
+  return append_header(headers, (std::string("Date:") + date).c_str()) &&
+         append_header(headers,
+                       authentication_line(context, signature).c_str());
 }
 
 /*
@@ -144,19 +164,10 @@ curl_slist *request_headers(client_context_s *context, const std::string &path,
                             struct tm &stamp) {
   curl_slist *headers = nullptr;
   bool made = !is_signed || sign(context, path, body, stamp, headers);
-  if (made && context->auth_key != nullptr) {
-    curl_slist *list =
-        curl_slist_append(headers, key_line(*context->auth_key).c_str());
-    made = list != nullptr;
-    if (made)
-      headers = list;
-  }
-  if (made) {
-    curl_slist *list = curl_slist_append(headers, "Expect:");
-    made = list != nullptr;
-    if (made)
-      headers = list;
-  }
+  if (made && context->auth_key != nullptr)
+    made = append_header(headers, key_line(*context->auth_key).c_str());
+  if (made)
+    made = append_header(headers, "Expect:");
   if (!made) {
     curl_slist_free_all(headers);
     return nullptr;
@@ -164,76 +175,70 @@ curl_slist *request_headers(client_context_s *context, const std::string &path,
   return headers;
 }
 
-enum class Outcome { done, resynchronised };
+/* What one transfer gave: libcurl's code and message, the status, and the
+ * reply's body and header lines. */
+struct reply {
+  CURLcode code = CURLE_OK;
+  char error[CURL_ERROR_SIZE] = {};
+  int64_t status = 0;
+  std::string body;
+  std::string headers;
+};
 
-/*
- * One request and the classification of its reply. Sets `result` and
- * returns `resynchronised` when the server refused the date, the offset has
- * been corrected and another attempt may follow.
- */
-Outcome attempt(client_context_s *context, const std::string &url,
-                const std::string &path, const std::string &body,
-                std::string *out, bool is_signed, int &result) {
-  result = -1;
-  CURL *curl = curl_easy_init();
-  if (curl == nullptr)
-    return Outcome::done;
-  struct tm stamp;
-  memset(&stamp, 0, sizeof stamp);
-  curl_slist *headers = request_headers(context, path, body, is_signed, stamp);
-  if (headers == nullptr) {
-    curl_easy_cleanup(curl);
-    return Outcome::done;
-  }
-
-  char error[CURL_ERROR_SIZE];
-  error[0] = '\0';
-  std::string body_sink;
-  std::string header_sink;
+void set_options(CURL *curl, const client_context_s *context,
+                 const std::string &url, const std::string &body,
+                 curl_slist *headers, reply &got) {
   curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error);
+  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, got.error);
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl, CURLOPT_HEADER, 0L);
   curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append_to_string);
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body_sink);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &got.body);
   curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, append_to_string);
-  curl_easy_setopt(curl, CURLOPT_HEADERDATA, &header_sink);
+  curl_easy_setopt(curl, CURLOPT_HEADERDATA, &got.headers);
   curl_easy_setopt(curl, CURLOPT_POST, 1L);
   curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.data());
   curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, long(body.size()));
-  if (context->verbose)
+  if (context->verbose != 0)
     curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
+}
 
-  CURLcode code = curl_easy_perform(curl);
+/* Sends one request; false when nothing could be sent (no libcurl handle,
+ * or header lines that cannot be made). */
+bool transfer(client_context_s *context, const std::string &url,
+              const std::string &path, const std::string &body, bool is_signed,
+              struct tm &stamp, reply &got) {
+  CURL *curl = curl_easy_init();
+  if (curl == nullptr)
+    return false;
+  curl_slist *headers = request_headers(context, path, body, is_signed, stamp);
+  if (headers == nullptr) {
+    curl_easy_cleanup(curl);
+    return false;
+  }
+  set_options(curl, context, url, body, headers, got);
+  got.code = curl_easy_perform(curl);
   curl_slist_free_all(headers);
   long status_code = 0;
   curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status_code);
-  const int64_t status = status_code;
+  got.status = status_code;
   curl_easy_cleanup(curl);
+  return true;
+}
 
-  if (status != 401) {
-    if (code != CURLE_OK) {
-      printf("Error: [%d] - %s", int(code), error);
-      result = -2;
-      return Outcome::done;
-    }
-    *out = std::move(body_sink);
-    result = status == 200 ? 0 : -1;
-    return Outcome::done;
-  }
+enum class Outcome { done, resynchronised };
 
-  result = -3;
+/*
+ * Moves the clock offset by the distance from the request's stamp to the
+ * refusal's "Date:". Sets `result` to -2 when that date cannot be read, or
+ * -3 when there is none.
+ */
+Outcome resynchronise(client_context_s *context, std::string &headers,
+                      const struct tm &stamp, int &result) {
   std::string value;
-  if (extract_header(&header_sink, "auth_error:", value) != 0 ||
-      strtol(value.c_str(), nullptr, 10) != 1)
+  if (extract_header(&headers, "Date:", value) != 0)
     return Outcome::done;
-  /* A request without a date gives nothing to measure the clock against. */
-  if (!is_signed)
-    return Outcome::done;
-  if (extract_header(&header_sink, "Date:", value) != 0)
-    return Outcome::done;
-
   std::string *stripped = stripLeadingAndTrailingBlanks(value);
   struct tm server;
   memset(&server, 0, sizeof server);
@@ -244,45 +249,53 @@ Outcome attempt(client_context_s *context, const std::string &url,
     result = -2;
     return Outcome::done;
   }
-  context->clock_offset =
-      saturating_add(context->clock_offset, clock_difference(stamp, server));
+  context->clock_offset = saturating_add(
+      context->clock_offset, velmora::clock_difference(stamp, server));
   return Outcome::resynchronised;
 }
 
-/* Days from the start of year 0 to the start of `year`, proleptic
- * Gregorian; floor division keeps it right for negative years. */
-int64_t days_before_year(int64_t year) {
-  auto floor_div = [](int64_t a, int64_t b) {
-    return a / b - (a % b != 0 && (a < 0) != (b < 0));
-  };
-  return 365 * year + floor_div(year + 3, 4) - floor_div(year + 99, 100) +
-         floor_div(year + 399, 400);
+/*
+ * The result of one transfer's reply. Returns `resynchronised` when the
+ * server refused the date, the offset has been corrected and another
+ * attempt may follow.
+ */
+Outcome classify(client_context_s *context, reply &got, bool is_signed,
+                 const struct tm &stamp, std::string *out, int &result) {
+  if (got.status != 401) {
+    if (got.code != CURLE_OK) {
+      printf("Error: [%d] - %s", int(got.code), got.error);
+      result = -2;
+      return Outcome::done;
+    }
+    *out = std::move(got.body);
+    result = got.status == 200 ? 0 : -1;
+    return Outcome::done;
+  }
+  result = -3;
+  std::string value;
+  if (extract_header(&got.headers, "auth_error:", value) != 0 ||
+      strtol(value.c_str(), nullptr, 10) != 1)
+    return Outcome::done;
+  /* A request without a date gives nothing to measure the clock against. */
+  if (!is_signed)
+    return Outcome::done;
+  return resynchronise(context, got.headers, stamp, result);
 }
 
-bool is_leap(int64_t year) {
-  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
-
-int64_t day_of_year(const struct tm &time) {
-  static const int before_month[12] = {0,   31,  59,  90,  120, 151,
-                                       181, 212, 243, 273, 304, 334};
-  if (time.tm_mon < 0 || time.tm_mon > 11)
-    return time.tm_yday;
-  int64_t year = int64_t(time.tm_year) + 1900;
-  return before_month[time.tm_mon] + (time.tm_mon > 1 && is_leap(year)) +
-         time.tm_mday - 1;
+/* One request and the classification of its reply; sets `result`. */
+Outcome attempt(client_context_s *context, const std::string &url,
+                const std::string &path, const std::string &body,
+                std::string *out, bool is_signed, int &result) {
+  result = -1;
+  struct tm stamp;
+  memset(&stamp, 0, sizeof stamp);
+  reply got;
+  if (!transfer(context, url, path, body, is_signed, stamp, got))
+    return Outcome::done;
+  return classify(context, got, is_signed, stamp, out, result);
 }
 
 } // namespace
-
-int64_t clock_difference(const struct tm &stamp, const struct tm &server) {
-  int64_t days = days_before_year(int64_t(server.tm_year) + 1900) -
-                 days_before_year(int64_t(stamp.tm_year) + 1900) +
-                 day_of_year(server) - day_of_year(stamp);
-  int64_t hours = days * 24 + (int64_t(server.tm_hour) - stamp.tm_hour);
-  int64_t minutes = hours * 60 + (int64_t(server.tm_min) - stamp.tm_min);
-  return minutes * 60 + (int64_t(server.tm_sec) - stamp.tm_sec);
-}
 
 int send_request(client_context_s *context, const std::string &path,
                  const std::string &body, std::string *out) {

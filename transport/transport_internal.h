@@ -7,6 +7,8 @@
 #include <pthread.h>
 #include <string>
 
+namespace velmora {
+
 /*
  * Process-wide record of libcurl's one-time global initialisation. The
  * mutex is statically initialised, so records made from other libraries'
@@ -18,6 +20,8 @@ struct Init {
   ~Init();
   Init(const Init &) = delete;
   Init &operator=(const Init &) = delete;
+  Init(Init &&) = delete;
+  Init &operator=(Init &&) = delete;
 
   uint8_t initialized;
   pthread_mutex_t mutex;
@@ -35,5 +39,7 @@ std::string read_local_auth_key(const char *path);
  * and seconds.
  */
 int64_t clock_difference(const struct tm &stamp, const struct tm &server);
+
+} // namespace velmora
 
 #endif

@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/digest.h"
 #include "velmora/values.h"
 
@@ -18,14 +18,14 @@ int32_t readable_length(const Blob *blob) {
 
 Json::Value *Blob_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
-    return envelope_write(out, "Blob", Json::Value());
+    return velmora::envelope_write(out, "Blob", Json::Value());
   const Blob *blob = static_cast<Blob *>(value);
   std::string text = base64_encode(blob->data, readable_length(blob));
-  return envelope_write(out, "Blob", Json::Value(text));
+  return velmora::envelope_write(out, "Blob", Json::Value(text));
 }
 
 void *Blob_deserialize(const Json::Value &in) {
-  std::string text = envelope_value(in).asString();
+  std::string text = velmora::envelope_value(in).asString();
   char *data = nullptr;
   int length = 0;
   base64_decode(text, &data, length);

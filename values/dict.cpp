@@ -7,9 +7,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <vector>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 using velmora::native_kind;
@@ -45,10 +46,7 @@ bool add_entry(dict_s *dict, const char *key, void *value) {
     return false;
   }
   // What the copier gives is kept as it is, null included.
-  if (dict->copier == nullptr)
-    entry->value = value;
-  else
-    velmora::copy_element(dict->copier, &entry->value, value);
+  entry->value = velmora::stored_form(dict->copier, value);
 
   entry->next = head(dict);
   entry->prev = dict->last;
@@ -117,7 +115,8 @@ write_plan plan_writing(dict_s *dict) {
   for (dict_entry_s *e = dict->first; e != head(dict); e = e->next) {
     size_t length = strlen(e->key);
     plan.found[static_cast<size_t>(age)] = e->value;
-    plan.sorted.push_back({leading_bytes(e->key, length), e->key, length, age++});
+    plan.sorted.push_back(
+        {leading_bytes(e->key, length), e->key, length, age++});
   }
   std::sort(plan.sorted.begin(), plan.sorted.end(), placed_before);
   // The first of a run of equal keys is the oldest: its value is the one
@@ -156,7 +155,25 @@ void insert_written(Json::Value &elements, const write_plan &plan,
   }
 }
 
+/* Where a member read goes: its dictionary, under its name. */
+struct member_slot {
+  dict_s *dict;
+  const char *name;
+};
+
+bool store(void *target, void *value) {
+  const member_slot *slot = static_cast<const member_slot *>(target);
+  return add_entry(slot->dict, slot->name, value);
+}
+
 } // namespace
+
+bool velmora::add_copies(dict_s *copy, dict_s *source) {
+  for (dict_entry_s *e = source->first; e != head(source); e = e->next)
+    if (!add_entry(copy, e->key, e->value))
+      return false;
+  return true;
+}
 
 dict_s *dict_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
@@ -164,17 +181,13 @@ dict_s *dict_new(const char *sub_type, value_deleter deleter,
   dict_s *dict = static_cast<dict_s *>(calloc(1, sizeof *dict));
   if (dict == nullptr)
     return nullptr;
-  dict->sub_type = strdup(sub_type != nullptr ? sub_type : "");
-  if (dict->sub_type == nullptr) {
+  if (!velmora::set_element_type(dict, sub_type, deleter, deserializer,
+                                 serializer, copier)) {
     free(dict);
     return nullptr;
   }
   dict->first = head(dict);
   dict->last = head(dict);
-  dict->deleter = deleter;
-  dict->deserializer = deserializer;
-  dict->serializer = serializer;
-  dict->copier = copier;
   return dict;
 }
 
@@ -234,7 +247,9 @@ int32_t dict_remove(dict_s *dict, const char *key) {
 
 void dict_keys(dict_s *dict, char ***keys, int32_t *count) {
   int32_t n = dict != nullptr ? dict->nb_elements : 0;
-  char **array = static_cast<char **>(malloc(n * sizeof(char *)));
+  // At least one slot: a null array then means only out of memory.
+  char **array = static_cast<char **>(
+      malloc(static_cast<size_t>(n > 0 ? n : 1) * sizeof(char *)));
   int32_t i = 0;
   if (array == nullptr)
     n = 0;
@@ -251,7 +266,8 @@ void dict_keys(dict_s *dict, char ***keys, int32_t *count) {
 
 void **dict_values(dict_s *dict) {
   int32_t n = dict != nullptr ? dict->nb_elements : 0;
-  void **array = static_cast<void **>(malloc(n * sizeof(void *)));
+  void **array = static_cast<void **>(
+      malloc(static_cast<size_t>(n > 0 ? n : 1) * sizeof(void *)));
   int32_t i = 0;
   if (array != nullptr && dict != nullptr)
     for (dict_entry_s *e = dict->first; e != head(dict); e = e->next)
@@ -260,25 +276,7 @@ void **dict_values(dict_s *dict) {
 }
 
 void dict_copier(void **slot, void *handle) {
-  dict_s *source = static_cast<dict_s *>(handle);
-  if (source == nullptr) {
-    *slot = nullptr;
-    return;
-  }
-  dict_s *copy =
-      dict_new(source->sub_type, source->deleter, source->deserializer,
-               source->serializer, source->copier);
-  for (dict_entry_s *e = source->first; copy != nullptr && e != head(source);
-       e = e->next) {
-    if (add_entry(copy, e->key, e->value))
-      continue;
-    // Values shared with the source are the source's to release.
-    if (copy->copier == nullptr)
-      copy->deleter = nullptr;
-    dict_free(copy);
-    copy = nullptr;
-  }
-  *slot = copy;
+  *slot = velmora::copy_container(static_cast<dict_s *>(handle));
 }
 
 Json::Value *dict_serialize(void *handle, Json::Value &out) {
@@ -322,30 +320,15 @@ bool read_members(dict_s *dict, const Json::Value &in) {
   if (elements == nullptr || !elements->isObject())
     return true;
 
-  native_kind kind = native_kind_of(dict->sub_type);
+  // The dictionary stores its own copy when it has a copier.
+  const element_reader reader = {dict->deserializer, dict->deleter,
+                                 native_kind_of(dict->sub_type),
+                                 dict->copier != nullptr};
   // The object's own order is ascending byte order of the names.
   for (auto it = elements->begin(); it != elements->end(); ++it) {
-    void *value;
-    if (dict->deserializer != nullptr)
-      value = dict->deserializer(*it);
-    else if (kind != native_kind::none)
-      value = native_from_json(kind, *it);
-    else
-      continue;
-    // A deserializer's null is a value like any other; a native read
-    // gives null only when memory runs out.
-    if (value == nullptr && dict->deserializer == nullptr)
-      return false;
-    bool added = add_entry(dict, it.name().c_str(), value);
-    // The value read is spare when the dictionary stored its own copy, or
-    // could not take it.
-    if (dict->copier != nullptr || !added) {
-      if (dict->deleter != nullptr)
-        dict->deleter(value);
-      else
-        free(value);
-    }
-    if (!added)
+    std::string name = it.name();
+    member_slot slot = {dict, name.c_str()};
+    if (!read_element(reader, *it, store, &slot))
       return false;
   }
   return true;

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <utility>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 void safe_free(void **slot) {
@@ -19,6 +19,8 @@ char *string_copier(char **slot, const char *text) {
   *slot = text != nullptr ? strdup(text) : nullptr;
   return *slot;
 }
+
+namespace velmora {
 
 void *cell_dup(const void *cell, size_t size) {
   if (cell == nullptr)
@@ -88,3 +90,5 @@ Json::Value number_text(double number) {
                                              : static_cast<size_t>(length);
   return Json::Value(whole.data(), whole.data() + kept);
 }
+
+} // namespace velmora

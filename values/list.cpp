@@ -4,21 +4,12 @@
 #include <cstring>
 #include <iostream>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 using velmora::native_kind;
 
 namespace {
-
-/* Releases an element the list made (read or copied) but cannot keep: as
- * the list would, or with free when it has no deleter. */
-void discard(list_s *list, void *element) {
-  if (list->deleter != nullptr)
-    list->deleter(element);
-  else
-    free(element);
-}
 
 /* Stores `element` in the next slot, doubling the array when it is full;
  * false, with the list as it was, when there is no slot to be had. */
@@ -41,40 +32,30 @@ bool append(list_s *list, void *element) {
 
 /* list_add_copy; false when nothing was added. */
 bool add(list_s *list, void *value, bool copy) {
-  if (!copy || list->copier == nullptr)
+  if (!copy)
     return append(list, value);
   // What the copier gives is kept as it is, null included: a null copy is
   // the copier's answer, which the list cannot tell from any other.
-  void *element = nullptr;
-  velmora::copy_element(list->copier, &element, value);
+  void *element = velmora::stored_form(list->copier, value);
   if (append(list, element))
     return true;
-  if (element != nullptr)
-    discard(list, element);
+  if (list->copier != nullptr)
+    velmora::discard_element(list->deleter, element);
   return false;
 }
 
-/* Appends the element read from one array entry; false when memory ran
- * out, and then nothing read is kept. A deserializer's null is an element
- * like any other; a native read gives null only when memory runs out. */
-bool read_entry(list_s *list, native_kind kind, const Json::Value &entry) {
-  void *element;
-  if (list->deserializer != nullptr)
-    element = list->deserializer(entry);
-  else if (kind != native_kind::none)
-    element = velmora::native_from_json(kind, entry);
-  else
-    return true;
-  if (element == nullptr && list->deserializer == nullptr)
-    return false;
-  if (append(list, element))
-    return true;
-  if (element != nullptr)
-    discard(list, element);
-  return false;
+bool store(void *list, void *element) {
+  return append(static_cast<list_s *>(list), element);
 }
 
 } // namespace
+
+bool velmora::add_copies(list_s *copy, const list_s *source) {
+  for (int32_t i = 0; i < source->nb_elements; i++)
+    if (!add(copy, source->elements[i], true))
+      return false;
+  return true;
+}
 
 list_s *list_new(const char *sub_type, value_deleter deleter,
                  value_deserializer deserializer, value_serializer serializer,
@@ -85,17 +66,14 @@ list_s *list_new(const char *sub_type, value_deleter deleter,
   list->nb_elements = 0;
   list->capacity = 4;
   list->elements = static_cast<void **>(malloc(4 * sizeof(void *)));
-  list->sub_type = strdup(sub_type != nullptr ? sub_type : "");
-  if (list->elements == nullptr || list->sub_type == nullptr) {
+  bool typed = velmora::set_element_type(list, sub_type, deleter, deserializer,
+                                         serializer, copier);
+  if (list->elements == nullptr || !typed) {
     free(list->sub_type);
     free(list->elements);
     free(list);
     return nullptr;
   }
-  list->deleter = deleter;
-  list->deserializer = deserializer;
-  list->serializer = serializer;
-  list->copier = copier;
   return list;
 }
 
@@ -131,24 +109,7 @@ int32_t list_get_nb_elements(list_s *list) {
 }
 
 void list_copier(void **slot, void *handle) {
-  const list_s *source = static_cast<const list_s *>(handle);
-  if (source == nullptr) {
-    *slot = nullptr;
-    return;
-  }
-  list_s *copy =
-      list_new(source->sub_type, source->deleter, source->deserializer,
-               source->serializer, source->copier);
-  for (int32_t i = 0; copy != nullptr && i < source->nb_elements; i++) {
-    if (add(copy, source->elements[i], true))
-      continue;
-    // Handles shared with the source are the source's to release.
-    if (copy->copier == nullptr)
-      copy->deleter = nullptr;
-    list_del(copy);
-    copy = nullptr;
-  }
-  *slot = copy;
+  *slot = velmora::copy_container(static_cast<list_s *>(handle));
 }
 
 int32_t list_compare(list_s *a, list_s *b) {
@@ -191,14 +152,17 @@ list_s *list_deserialize(list_s *list, const Json::Value &in) {
 
   // Walked in order rather than looked up by position, which costs a tree
   // search per entry; positions the array never set read as null.
-  native_kind kind = velmora::native_kind_of(list->sub_type);
+  const velmora::element_reader reader = {
+      list->deserializer, list->deleter,
+      velmora::native_kind_of(list->sub_type), false};
   Json::ArrayIndex position = 0;
   // Reading stops where memory runs out; what was read so far stays.
   for (auto it = elements->begin(); it != elements->end(); ++it) {
     for (; position < it.index(); position++)
-      if (!read_entry(list, kind, Json::Value::nullSingleton()))
+      if (!velmora::read_element(reader, Json::Value::nullSingleton(), store,
+                                 list))
         return list;
-    if (!read_entry(list, kind, *it))
+    if (!velmora::read_element(reader, *it, store, list))
       return list;
     position++;
   }

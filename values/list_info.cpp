@@ -1,7 +1,8 @@
 /* The paging request record: limit, offset, order and search texts. */
 #include <cstdlib>
+#include <memory>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 namespace {
@@ -15,11 +16,56 @@ constexpr uint64_t kAllGiven =
 
 /* A dictionary of texts written and read as bare JSON strings. */
 dict_s *new_search_parameters() {
-  // string_copier returns its copy; callers never read a copier's result.
-  value_copier copier = reinterpret_cast<value_copier>(
-      reinterpret_cast<void (*)()>(string_copier));
   return dict_new("Unicode", string_deleter, string_deserialize, nullptr,
-                  copier);
+                  velmora::text_copier());
+}
+
+/* Copies the members `source` was given into `copy`; false when one could
+ * not be copied (it is then null where its source is not). */
+bool copy_members(ListInfo *copy, const ListInfo *source) {
+  uint64_t mask = source->presence_mask;
+  bool whole = true;
+  if ((mask & kLimitGiven) != 0) {
+    copy->limit = source->limit;
+    copy->presence_mask = mask;
+  }
+  if ((mask & kOrderGiven) != 0) {
+    void *order = nullptr;
+    Ordering_copier(&order, source->order);
+    whole = whole && (order != nullptr || source->order == nullptr);
+    copy->order = static_cast<Ordering *>(order);
+    copy->presence_mask = mask;
+  }
+  if ((mask & kSearchGiven) != 0) {
+    void *parameters = nullptr;
+    dict_copier(&parameters, source->search_parameters);
+    whole = whole &&
+            (parameters != nullptr || source->search_parameters == nullptr);
+    copy->search_parameters = static_cast<dict_s *>(parameters);
+    copy->presence_mask = mask;
+  }
+  if ((mask & kOffsetGiven) != 0) {
+    copy->offset = source->offset;
+    copy->presence_mask = mask;
+  }
+  return whole;
+}
+
+/* Replaces the member `given` marks with a copy of `value`; false, with the
+ * old member staying, when memory runs out. The copy is made before the old
+ * member goes: `value` may be that very member. */
+template <typename Member>
+bool replace_member(ListInfo *list_info, uint64_t given, Member *&member,
+                    Member *value, value_copier copier, value_deleter deleter) {
+  void *copy = nullptr;
+  copier(&copy, value);
+  if (copy == nullptr && value != nullptr)
+    return false;
+  if ((list_info->presence_mask & given) != 0)
+    deleter(member);
+  list_info->presence_mask |= given;
+  member = static_cast<Member *>(copy);
+  return true;
 }
 
 } // namespace
@@ -47,18 +93,13 @@ int32_t listinfo_getLimit(ListInfo *list_info) {
 }
 
 void listinfo_setLimit(ListInfo *list_info, int32_t limit) {
-  if (list_info == nullptr)
-    return;
-  list_info->presence_mask |= kLimitGiven;
-  list_info->limit = limit;
+  velmora::set_given(list_info, &ListInfo::limit, kLimitGiven, limit);
 }
 
 void listinfo_setJsonLimit(void *handle, const Json::Value &properties) {
-  ListInfo *list_info = static_cast<ListInfo *>(handle);
-  if (list_info == nullptr)
-    return;
-  list_info->limit = properties.get("limit", Json::Value()).asInt();
-  list_info->presence_mask |= kLimitGiven;
+  if (handle != nullptr)
+    listinfo_setLimit(static_cast<ListInfo *>(handle),
+                      properties.get("limit", Json::Value()).asInt());
 }
 
 Ordering *listinfo_getOrder(ListInfo *list_info) {
@@ -66,18 +107,10 @@ Ordering *listinfo_getOrder(ListInfo *list_info) {
 }
 
 void listinfo_setOrder(ListInfo *list_info, Ordering *order) {
-  if (list_info == nullptr)
-    return;
-  // Copied before the old record goes: `order` may be that very record.
-  void *copy = nullptr;
-  Ordering_copier(&copy, order);
-  if (copy == nullptr && order != nullptr)
-    return; // out of memory: the old record stays
-  list_info->order_is_set = 1;
-  if (list_info->presence_mask & kOrderGiven)
-    Ordering_deleter(list_info->order);
-  list_info->presence_mask |= kOrderGiven;
-  list_info->order = static_cast<Ordering *>(copy);
+  if (list_info != nullptr &&
+      replace_member(list_info, kOrderGiven, list_info->order, order,
+                     Ordering_copier, Ordering_deleter))
+    list_info->order_is_set = 1;
 }
 
 void listinfo_setJsonOrder(void *handle, const Json::Value &properties) {
@@ -96,18 +129,10 @@ dict_s *listinfo_getSearch_parameters(ListInfo *list_info) {
 }
 
 void listinfo_setSearch_parameters(ListInfo *list_info, dict_s *parameters) {
-  if (list_info == nullptr)
-    return;
-  // Copied before the old Dict goes: `parameters` may be that very Dict.
-  void *copy = nullptr;
-  dict_copier(&copy, parameters);
-  if (copy == nullptr && parameters != nullptr)
-    return; // out of memory: the old Dict stays
-  list_info->search_parameters_is_set = 1;
-  if (list_info->presence_mask & kSearchGiven)
-    dict_deleter(list_info->search_parameters);
-  list_info->presence_mask |= kSearchGiven;
-  list_info->search_parameters = static_cast<dict_s *>(copy);
+  if (list_info != nullptr &&
+      replace_member(list_info, kSearchGiven, list_info->search_parameters,
+                     parameters, dict_copier, dict_deleter))
+    list_info->search_parameters_is_set = 1;
 }
 
 void listinfo_setJsonSearch_parameters(void *handle,
@@ -116,21 +141,13 @@ void listinfo_setJsonSearch_parameters(void *handle,
   if (list_info == nullptr)
     return;
   Json::Value member = properties.get("search_parameters", Json::Value());
-  dict_s *parameters = new_search_parameters();
+  std::unique_ptr<dict_s, void (*)(dict_s *)> parameters(
+      new_search_parameters(), dict_free);
   if (parameters == nullptr)
     return; // out of memory: the field stays as it was, not given
-  bool whole;
-  try {
-    whole = velmora::read_members(parameters, member);
-  } catch (...) {
-    dict_free(parameters);
-    throw;
-  }
-  if (!whole) {
-    dict_free(parameters);
+  if (!velmora::read_members(parameters.get(), member))
     return;
-  }
-  list_info->search_parameters = parameters;
+  list_info->search_parameters = parameters.release();
   list_info->presence_mask |= kSearchGiven;
 }
 
@@ -139,18 +156,13 @@ int32_t listinfo_getOffset(ListInfo *list_info) {
 }
 
 void listinfo_setOffset(ListInfo *list_info, int32_t offset) {
-  if (list_info == nullptr)
-    return;
-  list_info->presence_mask |= kOffsetGiven;
-  list_info->offset = offset;
+  velmora::set_given(list_info, &ListInfo::offset, kOffsetGiven, offset);
 }
 
 void listinfo_setJsonOffset(void *handle, const Json::Value &properties) {
-  ListInfo *list_info = static_cast<ListInfo *>(handle);
-  if (list_info == nullptr)
-    return;
-  list_info->offset = properties.get("offset", Json::Value()).asInt();
-  list_info->presence_mask |= kOffsetGiven;
+  if (handle != nullptr)
+    listinfo_setOffset(static_cast<ListInfo *>(handle),
+                       properties.get("offset", Json::Value()).asInt());
 }
 
 Json::Value *ListInfo_serialize(void *handle, Json::Value &out) {
@@ -172,68 +184,28 @@ Json::Value *ListInfo_serialize(void *handle, Json::Value &out) {
 
 void *ListInfo_deserialize(const Json::Value &in) {
   Json::Value properties = in.get("__properties__", Json::Value());
-  ListInfo *list_info = ListInfo_new();
+  // Released on every way out but the last, a throw included.
+  std::unique_ptr<ListInfo, value_deleter> list_info(ListInfo_new(),
+                                                     ListInfo_deleter);
   if (list_info == nullptr)
     return nullptr;
-  try {
-    listinfo_setJsonLimit(list_info, properties);
-    listinfo_setJsonOrder(list_info, properties);
-    listinfo_setJsonSearch_parameters(list_info, properties);
-    listinfo_setJsonOffset(list_info, properties);
-  } catch (...) {
-    ListInfo_deleter(list_info);
-    throw;
-  }
+  listinfo_setJsonLimit(list_info.get(), properties);
+  listinfo_setJsonOrder(list_info.get(), properties);
+  listinfo_setJsonSearch_parameters(list_info.get(), properties);
+  listinfo_setJsonOffset(list_info.get(), properties);
   // A step that ran out of memory left its presence bit clear.
-  if (list_info->presence_mask != kAllGiven) {
-    ListInfo_deleter(list_info);
+  if (list_info->presence_mask != kAllGiven)
     return nullptr;
-  }
-  return list_info;
+  return list_info.release();
 }
 
 void ListInfo_copier(void **slot, void *handle) {
   const ListInfo *source = static_cast<const ListInfo *>(handle);
-  if (source == nullptr) {
-    *slot = nullptr;
-    return;
-  }
-  ListInfo *copy = ListInfo_new();
-  if (copy == nullptr) {
-    *slot = nullptr;
-    return;
-  }
-  uint64_t mask = source->presence_mask;
-  // A member that cannot be copied is null where its source is not.
-  bool whole = true;
-  if (mask & kLimitGiven) {
-    copy->limit = source->limit;
-    copy->presence_mask = mask;
-  }
-  if (mask & kOrderGiven) {
-    void *order = nullptr;
-    Ordering_copier(&order, source->order);
-    whole = whole && (order != nullptr || source->order == nullptr);
-    copy->order = static_cast<Ordering *>(order);
-    copy->presence_mask = mask;
-  }
-  if (mask & kSearchGiven) {
-    void *parameters = nullptr;
-    dict_copier(&parameters, source->search_parameters);
-    whole = whole &&
-            (parameters != nullptr || source->search_parameters == nullptr);
-    copy->search_parameters = static_cast<dict_s *>(parameters);
-    copy->presence_mask = mask;
-  }
-  if (mask & kOffsetGiven) {
-    copy->offset = source->offset;
-    copy->presence_mask = mask;
-  }
-  if (!whole) {
-    ListInfo_deleter(copy);
-    copy = nullptr;
-  }
-  *slot = copy;
+  std::unique_ptr<ListInfo, value_deleter> copy(
+      source != nullptr ? ListInfo_new() : nullptr, ListInfo_deleter);
+  if (copy != nullptr && !copy_members(copy.get(), source))
+    copy.reset();
+  *slot = copy.release();
 }
 
 void ListInfo_destroy(ListInfo *list_info) {
@@ -241,9 +213,9 @@ void ListInfo_destroy(ListInfo *list_info) {
     return;
   // The pointers and the mask stay as they were; init makes the record
   // usable again.
-  if (list_info->presence_mask & kOrderGiven)
+  if ((list_info->presence_mask & kOrderGiven) != 0)
     Ordering_deleter(list_info->order);
-  if (list_info->presence_mask & kSearchGiven)
+  if ((list_info->presence_mask & kSearchGiven) != 0)
     dict_deleter(list_info->search_parameters);
 }
 

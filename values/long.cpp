@@ -1,12 +1,12 @@
 /* Long: a signed 64-bit integer carried as decimal text. */
 #include <cstdlib>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 void *Long_new() {
   Long cell = {0};
-  return cell_dup(&cell, sizeof cell);
+  return velmora::cell_dup(&cell, sizeof cell);
 }
 
 int64_t Long_getValue(void *value) {
@@ -20,19 +20,20 @@ void Long_setValue(void *value, int64_t number) {
 
 Json::Value *Long_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
-    return envelope_write(out, "Long", Json::Value());
-  return envelope_write(out, "Long",
-                        number_text(static_cast<Long *>(value)->value));
+    return velmora::envelope_write(out, "Long", Json::Value());
+  return velmora::envelope_write(
+      out, "Long", velmora::number_text(static_cast<Long *>(value)->value));
 }
 
 void *Long_deserialize(const Json::Value &in) {
   std::string storage;
-  Long cell = {strtoll(member_text(envelope_value(in), storage), nullptr, 10)};
-  return cell_dup(&cell, sizeof cell);
+  Long cell = {strtoll(
+      velmora::member_text(velmora::envelope_value(in), storage), nullptr, 10)};
+  return velmora::cell_dup(&cell, sizeof cell);
 }
 
 void Long_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(Long));
+  *slot = velmora::cell_dup(value, sizeof(Long));
 }
 
 void Long_deleter(void *value) {

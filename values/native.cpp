@@ -2,12 +2,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 void *string_deserialize(const Json::Value &in) {
   std::string storage;
-  return strdup(member_text(in, storage));
+  return strdup(velmora::member_text(in, storage));
 }
 
 void string_deleter(void *text) {
@@ -15,7 +15,7 @@ void string_deleter(void *text) {
 }
 
 void Integer_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(Integer));
+  *slot = velmora::cell_dup(value, sizeof(Integer));
 }
 
 void Integer_deleter(void *value) {
@@ -23,7 +23,7 @@ void Integer_deleter(void *value) {
 }
 
 void Boolean_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(Boolean));
+  *slot = velmora::cell_dup(value, sizeof(Boolean));
 }
 
 void Boolean_deleter(void *value) {

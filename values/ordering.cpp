@@ -1,8 +1,10 @@
 /* The sort order record: a field name and a direction. */
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
+#include "values_internal.h"
 #include "velmora/values.h"
 
 namespace {
@@ -38,18 +40,13 @@ int32_t ordering_getAsc(Ordering *ordering) {
 }
 
 void ordering_setAsc(Ordering *ordering, int32_t asc) {
-  if (ordering == nullptr)
-    return;
-  ordering->presence_mask |= kAscGiven;
-  ordering->asc = asc;
+  velmora::set_given(ordering, &Ordering::asc, kAscGiven, asc);
 }
 
 void ordering_setJsonAsc(void *handle, const Json::Value &properties) {
-  Ordering *ordering = static_cast<Ordering *>(handle);
-  if (ordering == nullptr)
-    return;
-  ordering->asc = properties.get("asc", Json::Value()).asBool() ? 1 : 0;
-  ordering->presence_mask |= kAscGiven;
+  if (handle != nullptr)
+    ordering_setAsc(static_cast<Ordering *>(handle),
+                    properties.get("asc", Json::Value()).asBool() ? 1 : 0);
 }
 
 char *ordering_getOrder_by(Ordering *ordering) {
@@ -63,7 +60,7 @@ void ordering_setOrder_by(Ordering *ordering, const char *order_by) {
   char *copy = nullptr;
   if (order_by != nullptr && string_copier(&copy, order_by) == nullptr)
     return; // out of memory: the old text stays
-  if (ordering->presence_mask & kOrderByGiven)
+  if ((ordering->presence_mask & kOrderByGiven) != 0)
     release_text(&ordering->order_by);
   ordering->presence_mask |= kOrderByGiven;
   ordering->order_by = copy;
@@ -96,22 +93,17 @@ Json::Value *Ordering_serialize(void *handle, Json::Value &out) {
 
 void *Ordering_deserialize(const Json::Value &in) {
   Json::Value properties = in.get("__properties__", Json::Value());
-  Ordering *ordering = Ordering_new();
+  // Released on every way out but the last, a throw included.
+  std::unique_ptr<Ordering, value_deleter> ordering(Ordering_new(),
+                                                    Ordering_deleter);
   if (ordering == nullptr)
     return nullptr;
-  try {
-    ordering_setJsonAsc(ordering, properties);
-    ordering_setJsonOrder_by(ordering, properties);
-  } catch (...) {
-    Ordering_deleter(ordering);
-    throw;
-  }
+  ordering_setJsonAsc(ordering.get(), properties);
+  ordering_setJsonOrder_by(ordering.get(), properties);
   // A step that ran out of memory left its presence bit clear.
-  if (ordering->presence_mask != (kAscGiven | kOrderByGiven)) {
-    Ordering_deleter(ordering);
+  if (ordering->presence_mask != (kAscGiven | kOrderByGiven))
     return nullptr;
-  }
-  return ordering;
+  return ordering.release();
 }
 
 void Ordering_copier(void **slot, void *handle) {
@@ -125,11 +117,11 @@ void Ordering_copier(void **slot, void *handle) {
     *slot = nullptr;
     return;
   }
-  if (source->presence_mask & kAscGiven) {
+  if ((source->presence_mask & kAscGiven) != 0) {
     copy->asc = source->asc;
     copy->presence_mask = source->presence_mask;
   }
-  if (source->presence_mask & kOrderByGiven) {
+  if ((source->presence_mask & kOrderByGiven) != 0) {
     if (source->order_by != nullptr &&
         string_copier(&copy->order_by, source->order_by) == nullptr) {
       Ordering_deleter(copy);
@@ -142,7 +134,7 @@ void Ordering_copier(void **slot, void *handle) {
 }
 
 void Ordering_destroy(Ordering *ordering) {
-  if (ordering != nullptr && ordering->presence_mask & kOrderByGiven)
+  if (ordering != nullptr && (ordering->presence_mask & kOrderByGiven) != 0)
     release_text(&ordering->order_by);
 }
 

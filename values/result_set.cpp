@@ -2,7 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "elements.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 result_set_s *result_set_new(const char *sub_type, value_deleter deleter,

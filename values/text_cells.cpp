@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 static_assert(sizeof(IP) == sizeof(Ciphered), "IP and Ciphered share code");
@@ -27,14 +27,16 @@ void *text_cell_new(const char *text) {
 Json::Value *text_cell_serialize(const char *type, void *value,
                                  Json::Value &out) {
   if (value == nullptr)
-    return envelope_write(out, type, Json::Value());
+    return velmora::envelope_write(out, type, Json::Value());
   const char *text = static_cast<IP *>(value)->value;
-  return envelope_write(out, type, Json::Value(text != nullptr ? text : ""));
+  return velmora::envelope_write(out, type,
+                                 Json::Value(text != nullptr ? text : ""));
 }
 
 void *text_cell_deserialize(const Json::Value &in) {
   std::string storage;
-  return text_cell_new(member_text(envelope_value(in), storage));
+  return text_cell_new(
+      velmora::member_text(velmora::envelope_value(in), storage));
 }
 
 void text_cell_copier(void **slot, void *value) {

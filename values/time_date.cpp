@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 static_assert(sizeof(Time) == sizeof(Date), "Time and Date share code");
@@ -25,15 +25,15 @@ int64_t count_from_real(double real) {
 
 Json::Value *count_serialize(const char *type, void *value, Json::Value &out) {
   if (value == nullptr)
-    return envelope_write(out, type, Json::Value());
+    return velmora::envelope_write(out, type, Json::Value());
   /* Both cells are one int64_t, so Time serves for Date too. */
   double real = static_cast<double>(static_cast<Time *>(value)->value);
-  return envelope_write(out, type, Json::Value(real));
+  return velmora::envelope_write(out, type, Json::Value(real));
 }
 
 void *count_deserialize(const Json::Value &in) {
-  Time cell = {count_from_real(envelope_value(in).asDouble())};
-  return cell_dup(&cell, sizeof cell);
+  Time cell = {count_from_real(velmora::envelope_value(in).asDouble())};
+  return velmora::cell_dup(&cell, sizeof cell);
 }
 
 } // namespace
@@ -47,7 +47,7 @@ void *Time_deserialize(const Json::Value &in) {
 }
 
 void Time_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(Time));
+  *slot = velmora::cell_dup(value, sizeof(Time));
 }
 
 void Time_deleter(void *value) {
@@ -63,7 +63,7 @@ void *Date_deserialize(const Json::Value &in) {
 }
 
 void Date_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(Date));
+  *slot = velmora::cell_dup(value, sizeof(Date));
 }
 
 void Date_deleter(void *value) {

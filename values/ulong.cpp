@@ -1,25 +1,26 @@
 /* ULong: an unsigned 64-bit integer, typed "Long" on the wire. */
 #include <cstdlib>
 
-#include "scalar.h"
+#include "values_internal.h"
 #include "velmora/values.h"
 
 Json::Value *ULong_serialize(void *value, Json::Value &out) {
   if (value == nullptr)
-    return envelope_write(out, "Long", Json::Value());
-  return envelope_write(out, "Long",
-                        number_text(static_cast<ULong *>(value)->value));
+    return velmora::envelope_write(out, "Long", Json::Value());
+  return velmora::envelope_write(
+      out, "Long", velmora::number_text(static_cast<ULong *>(value)->value));
 }
 
 void *ULong_deserialize(const Json::Value &in) {
   std::string storage;
   /* Base 0: "0x" hexadecimal and leading-0 octal are read as such. */
-  ULong cell = {strtoull(member_text(envelope_value(in), storage), nullptr, 0)};
-  return cell_dup(&cell, sizeof cell);
+  ULong cell = {strtoull(
+      velmora::member_text(velmora::envelope_value(in), storage), nullptr, 0)};
+  return velmora::cell_dup(&cell, sizeof cell);
 }
 
 void ULong_copier(void **slot, void *value) {
-  *slot = cell_dup(value, sizeof(ULong));
+  *slot = velmora::cell_dup(value, sizeof(ULong));
 }
 
 void ULong_deleter(void *value) {

@@ -24,37 +24,33 @@ struct sha1_context_s {
   uint8_t message_block[64];
 };
 
-extern "C" {
-
 /* New context, or null when it cannot be allocated. */
-VELMORA_EXPORT sha1_context_s *sha1_open(void);
+extern "C" VELMORA_EXPORT sha1_context_s *sha1_open(void);
 
 /*
  * Feeds `length` bytes at `data` (not read when `length` is 0). Returns
  * `context`, or null when the message passes 2^64 bits; the context is then
  * already released and must not be used again.
  */
-VELMORA_EXPORT sha1_context_s *sha1_add(sha1_context_s *context,
-                                        const void *data, uint64_t length);
+extern "C" VELMORA_EXPORT sha1_context_s *
+sha1_add(sha1_context_s *context, const void *data, uint64_t length);
 
 /*
  * Finishes the message and releases the context. Returns a new 20-byte
  * digest that the caller frees, or null when it cannot be allocated.
  */
-VELMORA_EXPORT uint8_t *sha1_close(sha1_context_s *context);
+extern "C" VELMORA_EXPORT uint8_t *sha1_close(sha1_context_s *context);
 
 /* One-shot digest of `length` bytes: sha1_open, sha1_add of the whole input,
  * sha1_close. Returns a new 20-byte buffer the caller frees, or null when
  * any step fails; the context is released on every path. */
-VELMORA_EXPORT uint8_t *sha1_hash(const void *data, uint64_t length);
+extern "C" VELMORA_EXPORT uint8_t *sha1_hash(const void *data, uint64_t length);
 
 /*
  * Writes the 20-byte digest as 40 lowercase hex digits and "\n" to
  * `stream`. Returns the status of the last write (EOF on error).
  */
-VELMORA_EXPORT int sha1_dump(FILE *stream, const uint8_t *digest);
-
-} /* extern "C" */
+extern "C" VELMORA_EXPORT int sha1_dump(FILE *stream, const uint8_t *digest);
 
 /*
  * HMAC-SHA1 of `data` under `key`. Writes min(out_length, 20) bytes to
@@ -79,7 +75,8 @@ VELMORA_EXPORT int pr_sha(FILE *stream, char *bytes, int count);
  * (at least 41 bytes, distinct from `digest`). */
 VELMORA_EXPORT void toHexString(const char *digest, char *text);
 
-/* Standard Base64 with "=" padding and no line breaks. */
+/* The standard Base64 text (with "=" padding, no line breaks) of the
+ * `length` bytes at `bytes`, returned by value; empty for no bytes. */
 VELMORA_EXPORT std::string base64_encode(const char *bytes,
                                          unsigned int length);
 

@@ -34,49 +34,66 @@ struct client_context_s {
   std::string *auth_key;
 };
 
-extern "C" {
-
-/* New record, initialised as client_context_init does. */
-VELMORA_EXPORT client_context_s *client_context_new(void);
+/* A new record, initialised as client_context_init does, to release with
+ * client_context_free; null when memory runs out. */
+extern "C" VELMORA_EXPORT client_context_s *client_context_new(void);
 /*
  * Fills a record that owns nothing: host "127.0.0.1", port 8888, no user,
  * password, hash or token, offset 0, verbose off, and the key of
- * "/etc/local_auth.key" ("NO KEY" when it gives none) as auth_key.
+ * "/etc/local_auth.key" ("NO KEY" when it gives none) as auth_key. Performs
+ * libcurl's global initialisation first, once per process; a null record
+ * gets only that.
  */
-VELMORA_EXPORT void client_context_init(client_context_s *context);
-/* Releases what the record owns; only init or freeing may follow. */
-VELMORA_EXPORT void client_context_clean(client_context_s *context);
-/* client_context_clean, then the record itself (from client_context_new). */
-VELMORA_EXPORT void client_context_free(client_context_s *context);
+extern "C" VELMORA_EXPORT void client_context_init(client_context_s *context);
+/* Releases what the record owns and nulls its texts; only init, another
+ * clean or freeing may follow. A null record does nothing. */
+extern "C" VELMORA_EXPORT void client_context_clean(client_context_s *context);
+/* client_context_clean, then the record itself (from client_context_new);
+ * a null record does nothing. */
+extern "C" VELMORA_EXPORT void client_context_free(client_context_s *context);
 
-/* The setters copy their text argument and return 0; a null text clears
- * an optional field (the host becomes empty). */
-/* An empty name leaves the user absent: requests go unsigned. */
-VELMORA_EXPORT int client_context_set_user(client_context_s *context,
-                                           const char *user);
-/* Drops the password hash; an empty password leaves it absent. */
-VELMORA_EXPORT int client_context_set_password(client_context_s *context,
-                                               const char *password);
-/* Uses `hex` (40 lowercase hex digits of the password's SHA-1) as the
- * signing key; the password becomes absent. */
-VELMORA_EXPORT int client_context_set_password_hash(client_context_s *context,
-                                                    const char *hex);
-/* The user name, lent; null when no user is set. */
-VELMORA_EXPORT const char *client_context_get_user(client_context_s *context);
-/* The password hash, lent; null until computed or given. */
-VELMORA_EXPORT char *
+/* The setters copy their text argument (the caller keeps its own, which
+ * may be the text a getter lent) and return 0, also for a null record,
+ * which they leave alone. */
+
+/* Sets the user; an empty or null name leaves the user absent, and
+ * requests go unsigned. Returns 0. */
+extern "C" VELMORA_EXPORT int client_context_set_user(client_context_s *context,
+                                                      const char *user);
+/* Sets the password and drops the password hash; an empty or null password
+ * leaves it absent. Returns 0. */
+extern "C" VELMORA_EXPORT int
+client_context_set_password(client_context_s *context, const char *password);
+/* Uses a copy of `hex` (40 lowercase hex digits of the password's SHA-1) as
+ * the signing key; the password becomes absent. A null `hex`, or running
+ * out of memory, leaves no hash. Returns 0. */
+extern "C" VELMORA_EXPORT int
+client_context_set_password_hash(client_context_s *context, const char *hex);
+/* The user name, lent until the user changes; null when no user is set, or
+ * for a null record. */
+extern "C" VELMORA_EXPORT const char *
+client_context_get_user(client_context_s *context);
+/* The password hash, lent; null until computed or given, or for a null
+ * record. */
+extern "C" VELMORA_EXPORT char *
 client_context_get_password_sha1(client_context_s *context);
-/* An empty token is still a token: it selects the token scheme. */
-VELMORA_EXPORT int client_context_set_token(client_context_s *context,
-                                            const char *token);
-VELMORA_EXPORT int client_context_invalidate_token(client_context_s *context);
-VELMORA_EXPORT int client_context_set_host(client_context_s *context,
-                                           const char *host);
-VELMORA_EXPORT int client_context_set_port(client_context_s *context, int port);
-VELMORA_EXPORT int client_context_set_auth_key(client_context_s *context,
-                                               const char *key);
-
-} /* extern "C" */
+/* Sets the token, which selects the token scheme for signed requests; an
+ * empty token is still a token, null removes it. Returns 0. */
+extern "C" VELMORA_EXPORT int
+client_context_set_token(client_context_s *context, const char *token);
+/* Removes the token: signed requests go back to the password scheme.
+ * Returns 0. */
+extern "C" VELMORA_EXPORT int
+client_context_invalidate_token(client_context_s *context);
+/* Sets the host of the URL; null sets the empty host. Returns 0. */
+extern "C" VELMORA_EXPORT int client_context_set_host(client_context_s *context,
+                                                      const char *host);
+/* Sets the port of the URL, as given. Returns 0. */
+extern "C" VELMORA_EXPORT int client_context_set_port(client_context_s *context,
+                                                      int port);
+/* Sets the key sent as "LOCAL_AUTH_KEY:"; null sends none. Returns 0. */
+extern "C" VELMORA_EXPORT int
+client_context_set_auth_key(client_context_s *context, const char *key);
 
 /* The first line of "/etc/local_auth.key" (at most 79 characters, line
  * ends removed), or "NO KEY" when the file gives nothing. */
@@ -122,9 +139,13 @@ VELMORA_EXPORT int extract_header(std::string *headers, const std::string &name,
  * is empty. Tabs and line ends are not blanks here. */
 VELMORA_EXPORT std::string *stripLeadingAndTrailingBlanks(std::string &text);
 
-/* Leftovers of a test tool, kept for compatibility; no transfer uses them. */
+/* Leftovers of a test tool, kept for compatibility; no transfer uses
+ * them. */
+/* In libcurl's read-callback shape: prints "READING source info" on
+ * standard output and returns 0 (end of data); reads no argument. */
 VELMORA_EXPORT size_t reader(char *buffer, size_t size, size_t count,
                              void *user);
+/* Prints the test tool's usage lines on standard output. */
 VELMORA_EXPORT void usage();
 
 #endif

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "../../digest/sha1_internal.h"
+#include "../../digest/digest_internal.h"
 #include "oracles.h"
 #include "velmora/digest.h"
 
@@ -39,10 +39,10 @@ std::string pieces_hex(const std::string &message,
 class Sha1Paths : public testing::TestWithParam<bool> {
 protected:
   void SetUp() override {
-    sha1_force_portable(GetParam());
+    velmora::sha1_force_portable(GetParam());
   }
   void TearDown() override {
-    sha1_force_portable(false);
+    velmora::sha1_force_portable(false);
   }
 };
 

@@ -104,15 +104,15 @@ std::string key_of_file(const std::string &content) {
   bool written =
       write(fd, content.data(), content.size()) == ssize_t(content.size());
   close(fd);
-  std::string key = written ? read_local_auth_key(name) : "write failed";
+  std::string key = written ? velmora::read_local_auth_key(name) : "write failed";
   unlink(name);
   return key;
 }
 
 TEST(KeyFile, FirstLineIsTheKeyAndNoLineGivesNoKey) {
-  EXPECT_EQ(read_local_auth_key("/nonexistent/velmora/local_auth.key"),
+  EXPECT_EQ(velmora::read_local_auth_key("/nonexistent/velmora/local_auth.key"),
             "NO KEY");
-  EXPECT_EQ(read_local_auth_key(nullptr), "NO KEY");
+  EXPECT_EQ(velmora::read_local_auth_key(nullptr), "NO KEY");
   const std::string hundred(100, 'k');
   const struct {
     std::string content, key;

@@ -36,7 +36,7 @@ TEST(ClockDifference, MatchesTheCalendarFieldByField) {
   for (auto c : cases) {
     struct tm stamp = c.stamp, server = c.server;
     int64_t expected = int64_t(timegm(&server)) - int64_t(timegm(&stamp));
-    EXPECT_EQ(clock_difference(c.stamp, c.server), expected)
+    EXPECT_EQ(velmora::clock_difference(c.stamp, c.server), expected)
         << c.stamp.tm_year + 1900 << " -> " << c.server.tm_year + 1900;
   }
 }

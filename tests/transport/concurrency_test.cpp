@@ -192,7 +192,7 @@ TEST(Concurrency, EightThreadsWithTheirOwnRecordsAndValues) {
     t.join();
   /* The count of libcurl's global initialisations is the GlobalInit
    * test's; scripts/tsan-test runs both. */
-  EXPECT_TRUE(global_init.initialized);
+  EXPECT_TRUE(velmora::global_init.initialized);
   EXPECT_EQ(server.request_count(), size_t(thread_count * (rounds + 2)));
 }
 

@@ -44,7 +44,7 @@ TEST(GlobalInit, LibcurlIsInitialisedOnceAcrossThreads) {
   for (std::thread &thread : threads)
     thread.join();
   EXPECT_EQ(global_init_calls.load(), 1);
-  EXPECT_TRUE(global_init.initialized);
+  EXPECT_TRUE(velmora::global_init.initialized);
 }
 
 } // namespace
