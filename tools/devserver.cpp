@@ -480,6 +480,8 @@ void usage(FILE *stream) {
       "  --auth-key KEY       require this LOCAL_AUTH_KEY on every request\n"
       "  --clock-offset S     run the server's clock S seconds ahead (or\n"
       "                       behind, when negative)\n"
+      "  --help               this text\n"
+      "  --version            print the version\n"
       "\n"
       "Operations (POST): /echo answers the body it got; /items/list takes\n"
       "{\"list_info\": <ListInfo>} and answers {\"result\": <ResultSet of "
@@ -509,6 +511,7 @@ int parse_options(int argc, char **argv, Config *config) {
       {"auth-key", required_argument, nullptr, 'k'},
       {"clock-offset", required_argument, nullptr, 'c'},
       {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   Account *account = nullptr;
   int c;
@@ -561,6 +564,9 @@ int parse_options(int argc, char **argv, Config *config) {
       break;
     case 'h':
       usage(stdout);
+      return 0;
+    case 'V':
+      printf("velmora-devserver %s\n", VELMORA_VERSION_STRING);
       return 0;
     default:
       usage(stderr);

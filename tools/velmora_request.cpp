@@ -52,6 +52,7 @@ void usage(FILE *stream) {
       "  --verbose           libcurl's trace on standard error\n"
       "  --pretty            print a JSON reply indented\n"
       "  --help              this text\n"
+      "  --version           print the version\n"
       "\n"
       "Exit status:\n"
       "   0  the service answered 200\n"
@@ -168,6 +169,7 @@ int parse_options(int argc, char **argv, Options *o) {
       {"verbose", no_argument, nullptr, 'v'},
       {"pretty", no_argument, nullptr, 'p'},
       {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   int secrets = 0;
   int c;
@@ -220,6 +222,9 @@ int parse_options(int argc, char **argv, Options *o) {
       break;
     case 'h':
       usage(stdout);
+      return exit_ok;
+    case 'V':
+      printf("velmora-request %s\n", VELMORA_VERSION_STRING);
       return exit_ok;
     default:
       fprintf(stderr, "Try 'velmora-request --help'.\n");

@@ -5,5 +5,6 @@
 #include "velmora/digest.h"
 #include "velmora/transport.h"
 #include "velmora/values.h"
+#include "velmora/version.h"
 
 #endif
