@@ -1,4 +1,4 @@
-/*
+/** @file
  * The connection and credential record, and the one request call.
  *
  * A record is made with client_context_new (or client_context_init on the
@@ -17,72 +17,76 @@
 
 #include "velmora/export.h"
 
-/*
+/**
  * Optional texts are null when absent and otherwise strings the record
  * owns. `clock_offset` (seconds added to the local clock when a request is
  * stamped) and `verbose` (libcurl's trace) are read and written directly.
  */
 struct client_context_s {
-  std::string *user;
-  std::string *password;
-  char *password_sha1; /* 40 hex digits and a NUL, from malloc */
-  std::string *host;
-  int port;
-  int64_t clock_offset;
-  uint8_t verbose;
-  std::string *token;
-  std::string *auth_key;
+  std::string *user;     /**< account name; null: requests go unsigned */
+  std::string *password; /**< the password, kept only to be hashed */
+  char *password_sha1;   /**< 40 hex digits and a NUL, from malloc */
+  std::string *host;     /**< service host, "127.0.0.1" by default */
+  int port;              /**< service port, 8888 by default */
+  int64_t clock_offset;  /**< seconds added to the local clock */
+  uint8_t verbose;       /**< non-zero: libcurl's trace on stderr */
+  std::string *token;    /**< signs with the token scheme when set */
+  std::string *auth_key; /**< the LOCAL_AUTH_KEY value sent */
 };
 
 extern "C" {
 
-/* New record, initialised as client_context_init does. */
+/** New record, initialised as client_context_init does. */
 VELMORA_EXPORT client_context_s *client_context_new(void);
-/*
+/**
  * Fills a record that owns nothing: host "127.0.0.1", port 8888, no user,
  * password, hash or token, offset 0, verbose off, and the key of
  * "/etc/local_auth.key" ("NO KEY" when it gives none) as auth_key.
  */
 VELMORA_EXPORT void client_context_init(client_context_s *context);
-/* Releases what the record owns; only init or freeing may follow. */
+/** Releases what the record owns; only init or freeing may follow. */
 VELMORA_EXPORT void client_context_clean(client_context_s *context);
-/* client_context_clean, then the record itself (from client_context_new). */
+/** client_context_clean, then the record itself (from client_context_new). */
 VELMORA_EXPORT void client_context_free(client_context_s *context);
 
-/* The setters copy their text argument and return 0; a null text clears
+/** The setters copy their text argument and return 0; a null text clears
  * an optional field (the host becomes empty). */
-/* An empty name leaves the user absent: requests go unsigned. */
+/** An empty name leaves the user absent: requests go unsigned. */
 VELMORA_EXPORT int client_context_set_user(client_context_s *context,
                                            const char *user);
-/* Drops the password hash; an empty password leaves it absent. */
+/** Drops the password hash; an empty password leaves it absent. */
 VELMORA_EXPORT int client_context_set_password(client_context_s *context,
                                                const char *password);
-/* Uses `hex` (40 lowercase hex digits of the password's SHA-1) as the
+/** Uses `hex` (40 lowercase hex digits of the password's SHA-1) as the
  * signing key; the password becomes absent. */
 VELMORA_EXPORT int client_context_set_password_hash(client_context_s *context,
                                                     const char *hex);
-/* The user name, lent; null when no user is set. */
+/** The user name, lent; null when no user is set. */
 VELMORA_EXPORT const char *client_context_get_user(client_context_s *context);
-/* The password hash, lent; null until computed or given. */
+/** The password hash, lent; null until computed or given. */
 VELMORA_EXPORT char *
 client_context_get_password_sha1(client_context_s *context);
-/* An empty token is still a token: it selects the token scheme. */
+/** An empty token is still a token: it selects the token scheme. */
 VELMORA_EXPORT int client_context_set_token(client_context_s *context,
                                             const char *token);
+/** Makes the token absent: requests sign with the password again. */
 VELMORA_EXPORT int client_context_invalidate_token(client_context_s *context);
+/** The service's host name or address. */
 VELMORA_EXPORT int client_context_set_host(client_context_s *context,
                                            const char *host);
+/** The service's port; the number is not checked. */
 VELMORA_EXPORT int client_context_set_port(client_context_s *context, int port);
+/** The LOCAL_AUTH_KEY value sent, in place of the key file's. */
 VELMORA_EXPORT int client_context_set_auth_key(client_context_s *context,
                                                const char *key);
 
 } /* extern "C" */
 
-/* The first line of "/etc/local_auth.key" (at most 79 characters, line
+/** The first line of "/etc/local_auth.key" (at most 79 characters, line
  * ends removed), or "NO KEY" when the file gives nothing. */
 VELMORA_EXPORT std::string getLocalAuthKey();
 
-/*
+/**
  * POSTs `body` (all its bytes, not copied) to "http://" host ":" port
  * `path`. With a user set, the request carries "Date:" and an
  * "AUTHENTICATION:" line signed with HMAC-SHA1 under the token or else
@@ -108,7 +112,7 @@ VELMORA_EXPORT int send_request(client_context_s *context,
                                 const std::string &path,
                                 const std::string &body, std::string *out);
 
-/*
+/**
  * Finds `name` (with its colon) anywhere in `headers`, in any letter case,
  * and stores the text up to the next line feed in `value`: 0. Returns -1
  * when the name is absent and -2 when no line feed follows; `value` is
@@ -117,14 +121,16 @@ VELMORA_EXPORT int send_request(client_context_s *context,
 VELMORA_EXPORT int extract_header(std::string *headers, const std::string &name,
                                   std::string &value);
 
-/* A new string (the caller deletes it) without the leading and trailing
+/** A new string (the caller deletes it) without the leading and trailing
  * spaces of `text` (only spaces give an empty string), or null when `text`
  * is empty. Tabs and line ends are not blanks here. */
 VELMORA_EXPORT std::string *stripLeadingAndTrailingBlanks(std::string &text);
 
-/* Leftovers of a test tool, kept for compatibility; no transfer uses them. */
+/** @{ */
+/** Leftovers of a test tool, kept for compatibility; no transfer uses them. */
 VELMORA_EXPORT size_t reader(char *buffer, size_t size, size_t count,
                              void *user);
 VELMORA_EXPORT void usage();
+/** @} */
 
 #endif

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Typed values and their JSON form.
  *
  * A value is reached through a handle (void *) to a heap cell whose layout
@@ -25,69 +25,71 @@
 
 #include "velmora/export.h"
 
-/* The operation set of a value type. */
+/** @{ */
+/** The operation set of a value type. */
 typedef void (*value_deleter)(void *value);
 typedef void *(*value_deserializer)(const Json::Value &in);
-/* Writes the value's JSON form into `out` and returns &out (the
+/** @} */
+/** Writes the value's JSON form into `out` and returns &out (the
  * dictionary's serializer alone returns null). */
 typedef Json::Value *(*value_serializer)(void *value, Json::Value &out);
-/* Stores an independent copy of `value` in `*slot`; the old content of the
+/** Stores an independent copy of `value` in `*slot`; the old content of the
  * slot is overwritten, not released. */
 typedef void (*value_copier)(void **slot, void *value);
 
 /* ---- Value cells ------------------------------------------------------ */
 
-/* "Long" */
+/** "Long" */
 struct Long {
-  int64_t value;
+  int64_t value; /**< the number */
 };
-/* written as "Long" too */
+/** written as "Long" too */
 struct ULong {
-  uint64_t value;
+  uint64_t value; /**< the number */
 };
-/* "Double" */
+/** "Double" */
 struct Double {
-  double value;
+  double value; /**< the number */
 };
-/* "Time" */
+/** "Time" */
 struct Time {
-  int64_t value;
+  int64_t value; /**< the number */
 };
-/* "Date" */
+/** "Date" */
 struct Date {
-  int64_t value;
+  int64_t value; /**< the number */
 };
-/* element type "Integer" */
+/** element type "Integer" */
 struct Integer {
-  int32_t value;
+  int32_t value; /**< the number */
 };
-/* element type "Boolean": 0 or 1 */
+/** element type "Boolean": 0 or 1 */
 struct Boolean {
-  int32_t value;
+  int32_t value; /**< the number */
 };
-/* "IP" */
+/** "IP" */
 struct IP {
-  char *value;
+  char *value; /**< owned text; null when none */
 };
-/* "Ciphered" */
+/** "Ciphered" */
 struct Ciphered {
-  char *value;
+  char *value; /**< owned text; null when none */
 };
 
-/* "Blob": `length` bytes at `data` (may be null when `length` is 0). */
+/** "Blob": `length` bytes at `data` (may be null when `length` is 0). */
 struct Blob {
-  char *data;
-  int32_t length;
+  char *data;     /**< owned bytes, from malloc */
+  int32_t length; /**< how many */
 };
 
 /* ---- Envelope helpers ------------------------------------------------- */
 
 extern "C" {
 
-/* Frees `*slot` when it is not null and sets it to null. */
+/** Frees `*slot` when it is not null and sets it to null. */
 VELMORA_EXPORT void safe_free(void **slot);
 
-/* Stores a strdup copy of `text` (null for a null text) in `*slot` and
+/** Stores a strdup copy of `text` (null for a null text) in `*slot` and
  * returns it; the slot's old text is not released. Also the copier of plain
  * texts ("Unicode"): pass it to a container as (value_copier)string_copier;
  * the containers recognise it and call it by its own type. */
@@ -95,42 +97,49 @@ VELMORA_EXPORT char *string_copier(char **slot, const char *text);
 
 /* ---- Numeric scalars -------------------------------------------------- */
 
-/* For every scalar type below: a null handle is accepted everywhere. Its
+/** For every scalar type below: a null handle is accepted everywhere. Its
  * envelope has a null "__value__" (read back as the empty value), its copy
  * is null, and deleting it does nothing. A deserializer's conversion error
  * is raised before anything is allocated; constructors, deserializers and
  * copiers give null when memory runs out. */
 
-/* Long: "__value__" is "%lld" text, read back with strtoll base 10. */
+/** @{ */
+/** Long: "__value__" is "%lld" text, read back with strtoll base 10. */
 VELMORA_EXPORT Json::Value *Long_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Long_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Long_copier(void **slot, void *value);
 VELMORA_EXPORT void Long_deleter(void *value);
-/* The cell's integer (0 for a null handle). */
+/** @} */
+/** The cell's integer (0 for a null handle). */
 VELMORA_EXPORT int64_t Long_getValue(void *value);
-/* Stores `number` in the cell. */
+/** Stores `number` in the cell. */
 VELMORA_EXPORT void Long_setValue(void *value, int64_t number);
 
-/* ULong: typed "Long", "%llu" text, read back with strtoull base 0. */
+/** @{ */
+/** ULong: typed "Long", "%llu" text, read back with strtoull base 0. */
 VELMORA_EXPORT Json::Value *ULong_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *ULong_deserialize(const Json::Value &in);
 VELMORA_EXPORT void ULong_copier(void **slot, void *value);
 VELMORA_EXPORT void ULong_deleter(void *value);
+/** @} */
 
-/* Double: "%f" text, read back with strtod. Both follow the process's
+/** New Double cell holding 0.0 until the caller stores a number. */
+VELMORA_EXPORT void *Double_new(void);
+/** @{ */
+/** Double: "%f" text, read back with strtod. Both follow the process's
  * numeric locale. A text longer than 31 characters is cut at 31 when its
  * integer part (sign included) fits in those 31, which removes only fraction
  * digits; a longer integer part is written whole, so that the value read
  * back is the value written (1e25 gives "10000000000000000905969664.0000",
  * 1e40 its whole text). */
-/* New cell holding 0.0 until the caller stores a number. */
-VELMORA_EXPORT void *Double_new(void);
 VELMORA_EXPORT Json::Value *Double_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Double_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Double_copier(void **slot, void *value);
 VELMORA_EXPORT void Double_deleter(void *value);
+/** @} */
 
-/* Time and Date: "__value__" is a JSON real; reading truncates toward zero,
+/** @{ */
+/** Time and Date: "__value__" is a JSON real; reading truncates toward zero,
  * saturates outside the 64-bit range and reads NaN as 0. */
 VELMORA_EXPORT Json::Value *Time_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Time_deserialize(const Json::Value &in);
@@ -140,61 +149,71 @@ VELMORA_EXPORT Json::Value *Date_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Date_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Date_copier(void **slot, void *value);
 VELMORA_EXPORT void Date_deleter(void *value);
+/** @} */
 
-/* Integer and Boolean exist only inside containers, as bare JSON values. */
+/** @{ */
+/** Integer and Boolean exist only inside containers, as bare JSON values. */
 VELMORA_EXPORT void Integer_copier(void **slot, void *value);
 VELMORA_EXPORT void Integer_deleter(void *value);
 VELMORA_EXPORT void Boolean_copier(void **slot, void *value);
 VELMORA_EXPORT void Boolean_deleter(void *value);
+/** @} */
 
 /* ---- Text scalars ----------------------------------------------------- */
 
-/* Plain texts ("Unicode"): the handle is the text itself. */
-/* A strdup copy of the bare JSON value's text (null gives ""). */
+/** Plain texts ("Unicode"): the handle is the text itself. */
+/** A strdup copy of the bare JSON value's text (null gives ""). */
 VELMORA_EXPORT void *string_deserialize(const Json::Value &in);
-/* Frees the text. */
+/** Frees the text. */
 VELMORA_EXPORT void string_deleter(void *text);
 
-/* IP: a cell holding one owned text (null in a fresh cell, written as ""). */
-/* New cell holding no text. */
+/** IP: a cell holding one owned text (null in a fresh cell, written as ""). */
+/** New cell holding no text. */
 VELMORA_EXPORT void *IP_new(void);
-/* The cell's text, lent; null for a fresh cell. */
+/** The cell's text, lent; null for a fresh cell. */
 VELMORA_EXPORT char *ip_getValue(void *value);
-/* Stores a copy of `text` (which may be the cell's own text), releases the
+/** Stores a copy of `text` (which may be the cell's own text), releases the
  * old one, and returns the copy. A null text leaves the cell without one.
  * When memory runs out, returns null and the cell keeps its old text. */
 VELMORA_EXPORT char *ip_setValue(void *value, const char *text);
+/** @{ */
+/** IP's operation set: "__value__" is the cell's text ("" without one). */
 VELMORA_EXPORT Json::Value *IP_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *IP_deserialize(const Json::Value &in);
 VELMORA_EXPORT void IP_copier(void **slot, void *value);
 VELMORA_EXPORT void IP_deleter(void *value);
+/** @} */
 
-/* Ciphered: as IP, typed "Ciphered"; carried exactly as stored. */
+/** @{ */
+/** Ciphered: as IP, typed "Ciphered"; carried exactly as stored. */
 VELMORA_EXPORT Json::Value *Ciphered_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Ciphered_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Ciphered_copier(void **slot, void *value);
 VELMORA_EXPORT void Ciphered_deleter(void *value);
+/** @} */
 
 /* ---- Blob ------------------------------------------------------------- */
 
-/* "__value__" is the Base64 of the bytes. A negative `length` or a null
+/** @{ */
+/** "__value__" is the Base64 of the bytes. A negative `length` or a null
  * `data` counts as no bytes. */
 VELMORA_EXPORT Json::Value *Blob_serialize(void *value, Json::Value &out);
 VELMORA_EXPORT void *Blob_deserialize(const Json::Value &in);
 VELMORA_EXPORT void Blob_copier(void **slot, void *value);
 VELMORA_EXPORT void Blob_deleter(void *value);
+/** @} */
 
 } /* extern "C" */
 
-/* New Long cell holding 0. */
+/** New Long cell holding 0. */
 VELMORA_EXPORT void *Long_new();
 
 /* ---- List ------------------------------------------------------------- */
 
-/* The library's boolean: 0 is false, anything else true. */
+/** The library's boolean: 0 is false, anything else true. */
 enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
 
-/* An ordered, growable sequence of values of one element type. The element
+/** An ordered, growable sequence of values of one element type. The element
  * types "Unicode", "Integer" and "Boolean" are written and read as bare
  * JSON values when the list has no serializer or deserializer; a null
  * element of such a list is written as JSON null. Elements of any other
@@ -210,244 +229,256 @@ enum bool_t : int32_t { VELMORA_FALSE = 0, VELMORA_TRUE = 1 };
  * and a container read stops, keeping what it had added. A null that an
  * element's own copier or deserializer gives is stored as that element. */
 struct list_s {
-  int32_t nb_elements;
-  int32_t capacity;
-  void **elements;
-  char *sub_type;
-  value_deleter deleter;
-  value_deserializer deserializer;
-  value_serializer serializer;
-  value_copier copier;
+  int32_t nb_elements;             /**< elements held */
+  int32_t capacity;                /**< slots allocated */
+  void **elements;                 /**< the handles, owned */
+  char *sub_type;                  /**< element type name, owned */
+  value_deleter deleter;           /**< element operations; any may be null */
+  value_deserializer deserializer; /**< reads an element */
+  value_serializer serializer;     /**< writes an element */
+  value_copier copier;             /**< copies an element in */
 };
 
 /* ---- Dict ------------------------------------------------------------- */
 
+/** One entry of a dict_s. */
 struct dict_entry_s {
-  char *key;
-  void *value;
-  dict_entry_s *next; /* newer; the dictionary record after the newest */
-  dict_entry_s *prev; /* older; the dictionary record before the oldest */
+  char *key;          /**< owned copy */
+  void *value;        /**< owned handle */
+  dict_entry_s *next; /**< newer; the dictionary record after the newest */
+  dict_entry_s *prev; /**< older; the dictionary record before the oldest */
 };
 
-/* Entries of a text key and a value, in insertion order, on a ring that
+/** Entries of a text key and a value, in insertion order, on a ring that
  * passes through the record: `first` and `last` are the record itself
  * (cast) when the dictionary is empty. Keys may repeat; lookups find the
  * oldest entry. Native and other element types are written and read as in
  * a list. */
 struct dict_s {
-  dict_entry_s *first;
-  dict_entry_s *last;
-  int32_t nb_elements;
-  char *sub_type;
-  value_deleter deleter;
-  value_deserializer deserializer;
-  value_serializer serializer;
-  value_copier copier;
+  dict_entry_s *first;             /**< oldest entry */
+  dict_entry_s *last;              /**< newest entry */
+  int32_t nb_elements;             /**< entries held */
+  char *sub_type;                  /**< element type name, owned */
+  value_deleter deleter;           /**< element operations; any may be null */
+  value_deserializer deserializer; /**< reads a value */
+  value_serializer serializer;     /**< writes a value */
+  value_copier copier;             /**< copies a value in */
 };
 
 /* ---- ResultSet -------------------------------------------------------- */
 
-/* One page of results: a list and the total count it is part of. */
+/** One page of results: a list and the total count it is part of. */
 struct result_set_s {
-  list_s *list;
-  int32_t total_items;
+  list_s *list;        /**< the page's elements, owned */
+  int32_t total_items; /**< results in all (-1: unknown) */
 };
 
 /* ---- Records ---------------------------------------------------------- */
 
-/* Sort order. `presence_mask`: 1 = asc given, 2 = order_by given (owned). */
+/** Sort order. `presence_mask`: 1 = asc given, 2 = order_by given (owned). */
 struct Ordering {
-  int32_t asc;
-  char *order_by;
-  uint64_t presence_mask;
+  int32_t asc;            /**< 1: ascending */
+  char *order_by;         /**< field name */
+  uint64_t presence_mask; /**< which fields were given */
 };
 
-/* Paging and filter request. `presence_mask`: 1 = limit, 2 = order (owned),
+/** Paging and filter request. `presence_mask`: 1 = limit, 2 = order (owned),
  * 4 = search_parameters (owned), 8 = offset. The two *_is_set flags decide
  * what the serializer writes. */
 struct ListInfo {
-  int32_t limit;
-  Ordering *order;
-  int32_t order_is_set;
-  dict_s *search_parameters;
-  int32_t search_parameters_is_set;
-  int32_t offset;
-  uint64_t presence_mask;
+  int32_t limit;                    /**< page size; 0: the rest */
+  Ordering *order;                  /**< sort order */
+  int32_t order_is_set;             /**< 1: write `order` */
+  dict_s *search_parameters;        /**< field name to wanted value */
+  int32_t search_parameters_is_set; /**< 1: write `search_parameters` */
+  int32_t offset;                   /**< first result wanted */
+  uint64_t presence_mask;           /**< which fields were given */
 };
 
 extern "C" {
 
-/* New empty list of `sub_type` (copied) with the given operations, each of
+/** New empty list of `sub_type` (copied) with the given operations, each of
  * which may be null. */
 VELMORA_EXPORT list_s *list_new(const char *sub_type, value_deleter deleter,
                                 value_deserializer deserializer,
                                 value_serializer serializer,
                                 value_copier copier);
-/* Releases every element through the deleter (when set), then the list. */
+/** Releases every element through the deleter (when set), then the list. */
 VELMORA_EXPORT void list_del(void *list);
-/* Adds `value` through the copier (the caller keeps its value), or the
+/** Adds `value` through the copier (the caller keeps its value), or the
  * handle itself when the list has no copier. */
 VELMORA_EXPORT void list_add(list_s *list, void *value);
-/* The element at `index`, lent; null outside 0 to nb_elements - 1. */
+/** The element at `index`, lent; null outside 0 to nb_elements - 1. */
 VELMORA_EXPORT void *list_get(list_s *list, int32_t index);
-/* The element count. */
+/** The element count. */
 VELMORA_EXPORT int32_t list_get_nb_elements(list_s *list);
-/* Stores in `*slot` a new list with the same sub-type and operations whose
+/** Stores in `*slot` a new list with the same sub-type and operations whose
  * elements were added with list_add (shared when there is no copier). */
 VELMORA_EXPORT void list_copier(void **slot, void *list);
-/* -1 when the sub-types differ, else 1 when the element counts match and
+/** -1 when the sub-types differ, else 1 when the element counts match and
  * -2 when they do not. Elements are not compared. */
 VELMORA_EXPORT int32_t list_compare(list_s *a, list_s *b);
-/* Writes "__type__" "List", "__sub_type__" and "__elements__" into `out`;
+/** Writes "__type__" "List", "__sub_type__" and "__elements__" into `out`;
  * returns &out. */
 VELMORA_EXPORT Json::Value *list_serialize(void *list, Json::Value &out);
-/* Appends the elements of `in` when its "__sub_type__" is a leading part of
+/** Appends the elements of `in` when its "__sub_type__" is a leading part of
  * the list's (absent counts as "Unknown"); otherwise prints "Out the loop"
  * on standard output and adds nothing. An "__elements__" that is not an
  * array adds nothing. Returns `list`. */
 VELMORA_EXPORT list_s *list_deserialize(list_s *list, const Json::Value &in);
 
-/* New empty dictionary of `sub_type` (copied) with the given operations. */
+/** New empty dictionary of `sub_type` (copied) with the given operations. */
 VELMORA_EXPORT dict_s *dict_new(const char *sub_type, value_deleter deleter,
                                 value_deserializer deserializer,
                                 value_serializer serializer,
                                 value_copier copier);
-/* Same as dict_free, in the deleter's shape. */
+/** Same as dict_free, in the deleter's shape. */
 VELMORA_EXPORT void dict_deleter(void *dict);
-/* Adds an entry (a copy of `key`; the value through the copier when set).
+/** Adds an entry (a copy of `key`; the value through the copier when set).
  * A null key adds nothing. */
 VELMORA_EXPORT void dict_add(dict_s *dict, const char *key, void *value);
-/* The value of the oldest entry with `key`, lent; null when none. */
+/** The value of the oldest entry with `key`, lent; null when none. */
 VELMORA_EXPORT void *dict_get(dict_s *dict, const char *key);
-/* 1 when an entry has `key`, else 0. */
+/** 1 when an entry has `key`, else 0. */
 VELMORA_EXPORT int32_t has_key(dict_s *dict, const char *key);
-/* Removes the oldest entry with `key`: 0, or -1 when there is none. */
+/** Removes the oldest entry with `key`: 0, or -1 when there is none. */
 VELMORA_EXPORT int32_t dict_remove(dict_s *dict, const char *key);
-/* Stores a new array of the entries' own key texts (lent; free only the
+/** Stores a new array of the entries' own key texts (lent; free only the
  * array) in `*keys` and their count in `*count`, oldest first. */
 VELMORA_EXPORT void dict_keys(dict_s *dict, char ***keys, int32_t *count);
-/* A new array of the value handles (lent; free only the array). */
+/** A new array of the value handles (lent; free only the array). */
 VELMORA_EXPORT void **dict_values(dict_s *dict);
-/* Stores in `*slot` a copy made entry by entry with dict_add. */
+/** Stores in `*slot` a copy made entry by entry with dict_add. */
 VELMORA_EXPORT void dict_copier(void **slot, void *dict);
-/* Writes "__type__" "Dict", "__sub_type__" and "__elements__" into `out`;
+/** Writes "__type__" "Dict", "__sub_type__" and "__elements__" into `out`;
  * returns null. The serializer is called once per entry, oldest first, each
  * time with the value that dict_get finds for the entry's key (the oldest
  * entry's), so a key held by several entries gives one member. When the
  * serializer throws, the members of the entries before it stay in
  * "__elements__" and the exception passes to the caller. */
 VELMORA_EXPORT Json::Value *dict_serialize(void *dict, Json::Value &out);
-/* Adds the members of `in`'s "__elements__" (an object; anything else adds
+/** Adds the members of `in`'s "__elements__" (an object; anything else adds
  * nothing), in ascending byte order of their names, when its
  * "__sub_type__" fits; silently nothing otherwise. With a copier the value
  * read is copied in and released. Returns `dict`. */
 VELMORA_EXPORT dict_s *dict_deserialize(dict_s *dict, const Json::Value &in);
 
-/* New result page with an empty list (as list_new) and total_items 0. */
+/** New result page with an empty list (as list_new) and total_items 0. */
 VELMORA_EXPORT result_set_s *result_set_new(const char *sub_type,
                                             value_deleter deleter,
                                             value_deserializer deserializer,
                                             value_serializer serializer,
                                             value_copier copier);
-/* Deletes the list with list_del, then the record. */
+/** Deletes the list with list_del, then the record. */
 VELMORA_EXPORT void result_set_del(void *result_set);
-/* list_add, list_get and list_get_nb_elements on the page's list. */
+/** @{ */
+/** list_add, list_get and list_get_nb_elements on the page's list. */
 VELMORA_EXPORT void result_set_add(result_set_s *result_set, void *value);
 VELMORA_EXPORT void *result_set_get(result_set_s *result_set, int32_t index);
 VELMORA_EXPORT int32_t result_get_nb_elements(result_set_s *result_set);
-/* The total count of results the page is part of (-1: unknown). */
+/** @} */
+/** @{ */
+/** The total count of results the page is part of (-1: unknown). */
 VELMORA_EXPORT int32_t result_set_get_total_items(result_set_s *result_set);
 VELMORA_EXPORT void result_set_set_total_items(result_set_s *result_set,
                                                int32_t total_items);
-/* The list's form typed "ResultSet", plus "__total_items__"; returns &out. */
+/** @} */
+/** The list's form typed "ResultSet", plus "__total_items__"; returns &out. */
 VELMORA_EXPORT Json::Value *result_set_serialize(void *result_set,
                                                  Json::Value &out);
-/* Reads the list as list_deserialize does, then total_items from
+/** Reads the list as list_deserialize does, then total_items from
  * "__total_items__" (-1 when absent), accepted or not. */
 VELMORA_EXPORT result_set_s *result_set_deserialize(result_set_s *result_set,
                                                     const Json::Value &in);
-/* Stores in `*slot` a new page: the list copied as list_copier copies it,
+/** Stores in `*slot` a new page: the list copied as list_copier copies it,
  * and the same total_items. */
 VELMORA_EXPORT void resultset_copier(void **slot, void *result_set);
 
-/* Ordering. Given a null record, the record operations here and below do
+/** Ordering. Given a null record, the record operations here and below do
  * nothing: getters return 0 or null, copiers store null. */
-/* Zeroes every field of a record the caller allocated. */
+/** Zeroes every field of a record the caller allocated. */
 VELMORA_EXPORT void Ordering_init(Ordering *ordering);
-/* New zeroed record; release it with Ordering_deleter. */
+/** New zeroed record; release it with Ordering_deleter. */
 VELMORA_EXPORT Ordering *Ordering_new(void);
-/* The set sets the presence bit of "asc". */
+/** @{ */
+/** The set sets the presence bit of "asc". */
 VELMORA_EXPORT int32_t ordering_getAsc(Ordering *ordering);
 VELMORA_EXPORT void ordering_setAsc(Ordering *ordering, int32_t asc);
-/* Lent; null when never given. */
+/** @} */
+/** Lent; null when never given. */
 VELMORA_EXPORT char *ordering_getOrder_by(Ordering *ordering);
-/* Stores a copy of `order_by` (which may be the record's own text) and
+/** Stores a copy of `order_by` (which may be the record's own text) and
  * releases the text it held; null stores no text. */
 VELMORA_EXPORT void ordering_setOrder_by(Ordering *ordering,
                                          const char *order_by);
-/* Writes "asc" (true only for exactly 1) and "order_by" ("" when there is
+/** Writes "asc" (true only for exactly 1) and "order_by" ("" when there is
  * no text) whatever the mask says; returns &out. */
 VELMORA_EXPORT Json::Value *Ordering_serialize(void *ordering,
                                                Json::Value &out);
-/* A new record with both presence bits set, whatever `in` holds. */
+/** A new record with both presence bits set, whatever `in` holds. */
 VELMORA_EXPORT void *Ordering_deserialize(const Json::Value &in);
-/* Copies the fields whose presence bits are set, with the whole mask. */
+/** Copies the fields whose presence bits are set, with the whole mask. */
 VELMORA_EXPORT void Ordering_copier(void **slot, void *ordering);
-/* Releases the members the mask says the record owns, not the record. */
+/** Releases the members the mask says the record owns, not the record. */
 VELMORA_EXPORT void Ordering_destroy(Ordering *ordering);
-/* Ordering_destroy, then releases the record. */
+/** Ordering_destroy, then releases the record. */
 VELMORA_EXPORT void Ordering_deleter(void *ordering);
 
-/* ListInfo */
-/* Zeroes every field of a record the caller allocated. */
+/** ListInfo */
+/** Zeroes every field of a record the caller allocated. */
 VELMORA_EXPORT void ListInfo_init(ListInfo *list_info);
-/* New zeroed record; release it with ListInfo_deleter. */
+/** New zeroed record; release it with ListInfo_deleter. */
 VELMORA_EXPORT ListInfo *ListInfo_new(void);
-/* Limit and offset: each set sets its presence bit. */
+/** @{ */
+/** Limit and offset: each set sets its presence bit. */
 VELMORA_EXPORT int32_t listinfo_getLimit(ListInfo *list_info);
 VELMORA_EXPORT void listinfo_setLimit(ListInfo *list_info, int32_t limit);
-/* Lent. */
+VELMORA_EXPORT int32_t listinfo_getOffset(ListInfo *list_info);
+VELMORA_EXPORT void listinfo_setOffset(ListInfo *list_info, int32_t offset);
+/** @} */
+/** Lent. */
 VELMORA_EXPORT Ordering *listinfo_getOrder(ListInfo *list_info);
-/* Stores a copy of `order` (which may be the record's own), releases the
+/** Stores a copy of `order` (which may be the record's own), releases the
  * one held and marks it to be written; null leaves no order to write. */
 VELMORA_EXPORT void listinfo_setOrder(ListInfo *list_info, Ordering *order);
-/* Lent. */
+/** Lent. */
 VELMORA_EXPORT dict_s *listinfo_getSearch_parameters(ListInfo *list_info);
-/* Stores a copy of `parameters` (which may be the record's own, and keeps
+/** Stores a copy of `parameters` (which may be the record's own, and keeps
  * its element type), releases the one held and marks it to be written;
  * null leaves nothing to write. */
 VELMORA_EXPORT void listinfo_setSearch_parameters(ListInfo *list_info,
                                                   dict_s *parameters);
-VELMORA_EXPORT int32_t listinfo_getOffset(ListInfo *list_info);
-VELMORA_EXPORT void listinfo_setOffset(ListInfo *list_info, int32_t offset);
-/* Writes "limit" and "offset" always, "order" and "search_parameters"
+
+/** Writes "limit" and "offset" always, "order" and "search_parameters"
  * only when their flags are exactly 1; returns &out. */
 VELMORA_EXPORT Json::Value *ListInfo_serialize(void *list_info,
                                                Json::Value &out);
-/* A new record with all four presence bits set (an empty Ordering and an
+/** A new record with all four presence bits set (an empty Ordering and an
  * empty Dict of "Unicode" when absent) and neither flag raised. */
 VELMORA_EXPORT void *ListInfo_deserialize(const Json::Value &in);
-/* Copies the fields whose presence bits are set, with the whole mask; the
+/** Copies the fields whose presence bits are set, with the whole mask; the
  * flags stay clear. */
 VELMORA_EXPORT void ListInfo_copier(void **slot, void *list_info);
-/* Releases the members the mask says the record owns, not the record; the
+/** Releases the members the mask says the record owns, not the record; the
  * pointers and mask are left as they were, so apply ListInfo_init before
  * using the record again. */
 VELMORA_EXPORT void ListInfo_destroy(ListInfo *list_info);
+/** ListInfo_destroy, then releases the record. */
 VELMORA_EXPORT void ListInfo_deleter(void *list_info);
 
 } /* extern "C" */
 
-/* Adds `value`: through the copier when `copy` is non-zero and the list has
+/** Adds `value`: through the copier when `copy` is non-zero and the list has
  * one, otherwise the handle itself, which then belongs to the list. A list
  * already holding INT32_MAX elements adds nothing. */
 VELMORA_EXPORT void list_add_copy(list_s *list, void *value, bool_t copy);
 
-/* Releases every entry (values through the deleter when set), then the
+/** Releases every entry (values through the deleter when set), then the
  * dictionary. */
 VELMORA_EXPORT void dict_free(dict_s *dict);
 
-/* The deserializer's steps: each reads its member of a "__properties__"
+/** @{ */
+/** The deserializer's steps: each reads its member of a "__properties__"
  * object into a record fresh from its _new, overwriting the field. */
 VELMORA_EXPORT void ordering_setJsonAsc(void *ordering,
                                         const Json::Value &properties);
@@ -462,5 +493,6 @@ listinfo_setJsonSearch_parameters(void *list_info,
                                   const Json::Value &properties);
 VELMORA_EXPORT void listinfo_setJsonOffset(void *list_info,
                                            const Json::Value &properties);
+/** @} */
 
 #endif

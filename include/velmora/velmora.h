@@ -1,4 +1,5 @@
-/* Everything the library offers: include this one header. */
+/** @file
+ * Everything the library offers: include this one header. */
 #ifndef VELMORA_H
 #define VELMORA_H
 

@@ -26,6 +26,8 @@ readelf -d "$real" | grep -q 'SONAME.*\[libVelmora\.so\.1\]' ||
 if [ "$tools" = ON ]; then
   for tool in velmora-request velmora-devserver; do
     "$prefix/bin/$tool" --help >/dev/null
+    MANPATH=$prefix/share/man man -P cat "$tool" 2>&1 | grep -q "^NAME" ||
+      { echo "no man page for $tool"; exit 1; }
     [ "$("$prefix/bin/$tool" --version)" = "$tool $version" ] ||
       { echo "$tool --version: $("$prefix/bin/$tool" --version)"; exit 1; }
   done
