@@ -2,7 +2,9 @@
 # Installs a build into a temporary prefix, checks the library's SONAME
 # links and that the installed tools run, then builds and runs a small
 # consumer twice: with pkg-config and with CMake's find_package(Velmora);
-# each of them, and the tools, must report the project's VERSION.
+# each of them, and the tools, must report the project's VERSION. Then
+# packs the build with `cpack -G DEB`, unpacks the .deb into a scratch root
+# and builds the consumer and the installed examples against that.
 # Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX VERSION TOOLS [CXXFLAGS]
 # TOOLS is ON when the build has the tools.
 set -euo pipefail
@@ -50,3 +52,27 @@ grep -q "package version $version\$" "$work/configure.log" ||
   { echo "the CMake package is not version $version"; exit 1; }
 cmake --build "$work/cmake" >"$work/build.log" || { cat "$work/build.log"; exit 1; }
 "$work/cmake/consumer"
+
+echo "== Debian package"
+(cd "$work" && cpack -G DEB --config "$build/CPackConfig.cmake" >cpack.log) ||
+  { cat "$work/cpack.log"; exit 1; }
+dpkg-deb -x "$work/velmora_${version}_amd64.deb" "$work/root"
+usr=$work/root/usr
+for f in "$usr/$libdir/libVelmora.so.1" "$usr/include/velmora/version.h" \
+  "$usr/$libdir/pkgconfig/velmora.pc" "$usr/$libdir/cmake/Velmora/VelmoraConfig.cmake"; do
+  [ -e "$f" ] || { echo "not in the package: ${f#"$work/root"}"; exit 1; }
+done
+cmake -S "$consumer" -B "$work/deb-consumer" -DCMAKE_PREFIX_PATH="$usr" \
+  -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$flags" >"$work/configure.log" &&
+  cmake --build "$work/deb-consumer" >"$work/build.log" ||
+  { cat "$work/configure.log" "$work/build.log"; exit 1; }
+"$work/deb-consumer/consumer" >/dev/null
+if [ "$tools" = ON ]; then
+  [ -x "$usr/bin/velmora-devserver" ] && [ -f "$usr/share/man/man1/velmora-request.1" ] ||
+    { echo "the package lacks the tools or their man pages"; exit 1; }
+  cmake -S "$usr/share/doc/velmora/examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$usr" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$flags" >"$work/configure.log" &&
+    cmake --build "$work/examples" >"$work/build.log" ||
+    { cat "$work/configure.log" "$work/build.log"; exit 1; }
+  "$usr/bin/velmora-request" --version >/dev/null
+fi
