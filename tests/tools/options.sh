@@ -13,9 +13,10 @@ start() { # PORTFILE ARGS...: a devserver whose port is in PORTFILE
   until [ -s "$file" ]; do sleep 0.05; done
 }
 # ARGS...: exit status, then stdout and stderr, of one velmora-request call
-run() { "$request" --port "$port" "$@" >"$work/out" 2>"$work/err" && echo 0 || echo $?; }
+run() { "$request" --port "$port" --auth-key key "$@" >"$work/out" 2>"$work/err" && echo 0 || echo $?; }
 
-start "$work/port" --log json --fault /slow:delay=1s --fault /hang:hang
+start "$work/port" --log json --auth-key key --clock-offset 3600 \
+  --fault /slow:delay=1s --fault /hang:hang --fault /stale:auth-error=1
 port=$(head -n 1 "$work/port")
 
 # A second server on the same port is refused in one line.
@@ -48,5 +49,34 @@ begin=$(date +%s)
   fail "hang answered"
 grep -q '^{"method":"POST","outcome":"ok","path":"/echo","status":200,"user":"u"}$' \
   "$work/log" || fail "no JSON log line: $(cat "$work/log")"
+
+# velmora-request: secrets from files, unreadable bodies, what each failure
+# says. Columns: exit status | text in the first line of stderr | arguments.
+printf 'pw\nsecond line\n' >"$work/pw"
+printf 'key\r\n' >"$work/key"
+mkdir "$work/dir"
+while IFS='|' read -r want text args; do
+  sent=$(wc -l <"$work/log")
+  eval "set -- $args"
+  got=$(run "$@" <"$work/pw")
+  [ "$got" = "$want" ] && { [ -z "$text" ] || head -n 1 "$work/err" | grep -qF -- "$text"; } ||
+    fail "$args: exit $got, $(cat "$work/err")"
+  [ "$want" != 2 ] || [ "$(wc -l <"$work/log")" = "$sent" ] || fail "$args: sent"
+done <<'TABLE'
+0||--user u --password-file "$work/pw" /echo x
+0||--user u --password-file - --auth-key wrong --auth-key-file "$work/key" /echo x
+2|No such file or directory; nothing was sent|--user u --password pw /echo @"$work/nothing"
+2|it is a directory; nothing was sent|--user u --password pw /echo @"$work/dir"
+2|--token-file: cannot read|--user u --token-file "$work/nothing" /echo x
+2|only one of the body and the secrets|--user u --password-file - /echo -
+22|an HTTP error other than 200 and 401|--user u --password pw /nowhere x
+67|refused the credentials or the date (401)|--user u --password wrong /echo x
+67|a proxy that puts its own Date:|--user u --password pw /stale x
+0|the trace below shows the credentials|--user u --password pw --verbose /echo x
+TABLE
+status=0
+"$request" --port "$port" /echo - <&- 2>"$work/err" || status=$?
+[ "$status" = 2 ] && grep -q 'standard input is closed; nothing was sent$' "$work/err" ||
+  fail "closed standard input"
 
 echo "options: ok"
