@@ -27,6 +27,7 @@
 #include <openssl/sha.h>
 #include <velmora/velmora.h>
 
+#include "devserver_script.h"
 #include "item.h"
 
 namespace {
@@ -34,6 +35,10 @@ namespace {
 const char *const date_format = "%a, %d %b %Y %H:%M:%S %Z";
 const long max_date_skew = 300;
 const size_t max_body = 8 << 20;
+/* Every connection has a worker of its own, so that idle or slow clients
+ * cannot hold the others up; idle ones are dropped after a few seconds. */
+const size_t worker_threads = 512;
+const time_t idle_seconds = 2;
 
 struct Account {
   std::string name;
@@ -49,6 +54,8 @@ struct Config {
   std::vector<Account> accounts;
   std::string auth_key;
   bool require_auth_key = false;
+  bool log_json = false;
+  devserver::Script script;
 };
 
 using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
@@ -419,19 +426,62 @@ void list_items(const std::vector<ItemHandle> &catalogue,
                 std::to_string(found.size()) + " items";
 }
 
+void refuse(const Config &config, int auth_error, httplib::Response &res) {
+  res.set_header("auth_error", std::to_string(auth_error));
+  if (auth_error == 1)
+    res.set_header("Date", render_date(server_now(config)));
+  std::string why = note.detail;
+  note.detail = "auth_error " + std::to_string(auth_error) + ": " + why;
+  answer_error(res, 401, why);
+}
+
+/* True when the fault is the whole answer; a delay lets the request go on. */
+bool inject(const Config &config, const devserver::Fault &fault,
+            httplib::Response &res) {
+  using Kind = devserver::Fault::Kind;
+  switch (fault.kind) {
+  case Kind::status:
+    answer_error(res, fault.status, "injected fault");
+    return true;
+  case Kind::auth_error:
+    note.detail = "injected date refusal";
+    refuse(config, 1, res);
+    return true;
+  case Kind::delay:
+    devserver::pause(config.script, fault.delay_ms);
+    return false;
+  case Kind::close:
+    /* Promises more than it sends, then gives up: httplib closes the
+     * connection in the middle of the body. */
+    res.set_content_provider(1000, "application/json",
+                             [](size_t, size_t, httplib::DataSink &sink) {
+                               sink.write("{\"cut\": ", 8);
+                               return false;
+                             });
+    note.detail = "injected cut reply";
+    return true;
+  case Kind::hang:
+    devserver::pause(config.script, -1);
+    note.detail = "injected hang";
+    return true;
+  }
+  return false;
+}
+
 void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
            const httplib::Request &req, const std::string &body,
            httplib::Response &res) {
+  const devserver::Fault *fault = devserver::due_fault(config.script, req.path);
+  if (fault != nullptr && inject(config, *fault, res))
+    return;
   int auth_error = authenticate(req, body, config);
-  if (auth_error != 0) {
-    res.set_header("auth_error", std::to_string(auth_error));
-    if (auth_error == 1)
-      res.set_header("Date", render_date(server_now(config)));
-    std::string why = note.detail;
-    note.detail = "auth_error " + std::to_string(auth_error) + ": " + why;
-    return answer_error(res, 401, why);
-  }
-  if (req.path == "/echo") {
+  if (auth_error != 0)
+    return refuse(config, auth_error, res);
+  auto route = config.script.routes.find(req.path);
+  if (route != config.script.routes.end()) {
+    res.set_content(route->second, "application/json");
+    note.detail = "ok, route";
+  } else if (req.path == "/echo") {
     std::string type = req.get_header_value("Content-Type");
     res.set_content(body,
                     type.empty() ? "application/octet-stream" : type.c_str());
@@ -465,6 +515,8 @@ void usage(FILE *stream) {
       "Usage: velmora-devserver [--port N] [--user NAME (--password PW | "
       "--token TK)...]...\n"
       "                         [--auth-key KEY] [--clock-offset SECONDS]\n"
+      "                         [--route PATH=FILE]... [--fault PATH:SPEC]...\n"
+      "                         [--log json]\n"
       "\n"
       "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
       "listens on as the first line of standard output and one line per\n"
@@ -480,12 +532,29 @@ void usage(FILE *stream) {
       "  --auth-key KEY       require this LOCAL_AUTH_KEY on every request\n"
       "  --clock-offset S     run the server's clock S seconds ahead (or\n"
       "                       behind, when negative)\n"
+      "  --route PATH=FILE    answer FILE's JSON for PATH (signatures are "
+      "still\n"
+      "                       checked)\n"
+      "  --fault PATH:SPEC[,first=N]\n"
+      "                       inject a fault on PATH, for the first N "
+      "requests\n"
+      "                       or all; SPEC is status=CODE (that status),\n"
+      "                       auth-error=1 (a refused date, with the server's\n"
+      "                       Date), delay=Ns or delay=Nms (then the answer),\n"
+      "                       close (a cut reply) or hang (no answer at all)\n"
+      "  --log json           log one JSON object per request\n"
+      "  --help               this text\n"
+      "  --version            print the version\n"
       "\n"
       "Operations (POST): /echo answers the body it got; /items/list takes\n"
       "{\"list_info\": <ListInfo>} and answers {\"result\": <ResultSet of "
       "Item>}\n"
       "from 40 items with the fields id, name, address and created. Limit 0\n"
-      "means no limit; order_by and search_parameters name those fields.\n",
+      "means no limit; order_by and search_parameters name those fields.\n"
+      "\n"
+      "A port in use is refused. Each connection has a worker of its own; an\n"
+      "idle one is closed after 2 s. Bodies over 8 MiB, chunked or not, get\n"
+      "413.\n",
       stream);
 }
 
@@ -499,6 +568,22 @@ bool parse_long(const char *text, long low, long high, long *value) {
   return true;
 }
 
+/* --route, --fault and --log; false after saying why. */
+bool script_option(int option, const char *argument, Config *config) {
+  std::string why;
+  bool ok = option == 'r' ? devserver::add_route(config->script, argument, &why)
+            : option == 'f'
+                ? devserver::add_fault(config->script, argument, &why)
+                : strcmp(argument, "json") == 0;
+  if (option == 'l' && ok)
+    config->log_json = true;
+  if (option == 'l' && !ok)
+    why = "--log takes \"json\"";
+  if (!ok)
+    fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+  return ok;
+}
+
 /* Reads the command line into `config`; -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config) {
   static const option options[] = {
@@ -508,7 +593,11 @@ int parse_options(int argc, char **argv, Config *config) {
       {"token", required_argument, nullptr, 't'},
       {"auth-key", required_argument, nullptr, 'k'},
       {"clock-offset", required_argument, nullptr, 'c'},
+      {"route", required_argument, nullptr, 'r'},
+      {"fault", required_argument, nullptr, 'f'},
+      {"log", required_argument, nullptr, 'l'},
       {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   Account *account = nullptr;
   int c;
@@ -559,8 +648,17 @@ int parse_options(int argc, char **argv, Config *config) {
       }
       config->clock_offset = value;
       break;
+    case 'r':
+    case 'f':
+    case 'l':
+      if (!script_option(c, optarg, config))
+        return 2;
+      break;
     case 'h':
       usage(stdout);
+      return 0;
+    case 'V':
+      printf("velmora-devserver %s\n", VELMORA_VERSION_STRING);
       return 0;
     default:
       usage(stderr);
@@ -573,6 +671,106 @@ int parse_options(int argc, char **argv, Config *config) {
     return 2;
   }
   return -1;
+}
+
+/* Reads the body as it comes, chunked or not, up to max_body: one more
+ * byte and the request gets 413 without the rest being kept. */
+void handle(const Config &config, const std::vector<ItemHandle> &catalogue,
+            const httplib::Request &req, httplib::Response &res,
+            const httplib::ContentReader &read) {
+  note = Note();
+  if (req.is_multipart_form_data())
+    return answer_error(res, 415, "multipart bodies are not served");
+  try {
+    std::string body;
+    bool too_large = false;
+    if (!read([&](const char *data, size_t length) {
+          too_large = body.size() + length > max_body;
+          if (!too_large)
+            body.append(data, length);
+          return !too_large;
+        })) {
+      if (too_large || res.status == 413)
+        return answer_error(res, 413, "request body too large");
+      return answer_error(res, res.status >= 400 ? res.status : 400,
+                          "request body not read");
+    }
+    serve(config, catalogue, req, body, res);
+  } catch (const std::exception &e) {
+    answer_error(res, 500, std::string("internal error: ") + e.what());
+  }
+}
+
+void log_request(const Config &config, const httplib::Request &req,
+                 const httplib::Response &res) {
+  if (config.log_json) {
+    Json::Value entry;
+    entry["method"] = req.method;
+    entry["path"] = req.path;
+    entry["user"] = note.user;
+    entry["status"] = res.status;
+    entry["outcome"] = note.detail;
+    fprintf(stderr, "%s\n", render(entry).c_str());
+  } else {
+    fprintf(stderr, "%s %s %s %d %s\n", printable(req.method).c_str(),
+            printable(req.path).c_str(), printable(note.user).c_str(),
+            res.status, printable(note.detail).c_str());
+  }
+  note = Note();
+}
+
+void set_up(httplib::Server &server, const Config &config,
+            const std::vector<ItemHandle> &catalogue) {
+  /* Without httplib's SO_REUSEPORT, a port in use fails to bind instead of
+   * sharing its requests with another server. */
+  server.set_socket_options([](socket_t sock) {
+    int yes = 1;
+    setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+  server.new_task_queue = [] {
+    return new httplib::ThreadPool(worker_threads);
+  };
+  server.set_keep_alive_timeout(idle_seconds);
+  server.set_read_timeout(idle_seconds, 0);
+  server.set_payload_max_length(max_body);
+  server.Post(".*", [&](const httplib::Request &req, httplib::Response &res,
+                        const httplib::ContentReader &read) {
+    handle(config, catalogue, req, res, read);
+  });
+  auto not_post = [](const httplib::Request &, httplib::Response &res) {
+    answer_error(res, 405, "only POST is served");
+  };
+  server.Get(".*", not_post);
+  server.Put(".*", not_post);
+  server.Patch(".*", not_post);
+  server.Delete(".*", not_post);
+  server.Options(".*", not_post);
+  /* Errors httplib answers itself (a malformed request, a body too large)
+   * get the same JSON form as ours. */
+  server.set_error_handler(
+      [](const httplib::Request &, httplib::Response &res) {
+        if (res.body.empty())
+          answer_error(res, res.status,
+                       res.status == 413 ? "request body too large"
+                                         : "malformed HTTP request");
+      });
+  server.set_logger(
+      [&](const httplib::Request &req, const httplib::Response &res) {
+        log_request(config, req, res);
+      });
+}
+
+/* The port listened on, or -1 after saying why not. */
+int bind_port(httplib::Server &server, int wanted) {
+  int port = wanted == 0
+                 ? server.bind_to_any_port("127.0.0.1")
+                 : (server.bind_to_port("127.0.0.1", wanted) ? wanted : -1);
+  if (port < 0 && errno == EADDRINUSE)
+    fprintf(stderr, "velmora-devserver: port %d is already in use\n", wanted);
+  else if (port < 0)
+    fprintf(stderr, "velmora-devserver: cannot listen on 127.0.0.1:%d: %s\n",
+            wanted, strerror(errno));
+  return port;
 }
 
 } // namespace
@@ -598,60 +796,10 @@ int main(int argc, char **argv) {
 
   const std::vector<ItemHandle> catalogue = make_catalogue();
   httplib::Server server;
-  server.set_payload_max_length(max_body);
-  server.Post(".*", [&](const httplib::Request &req, httplib::Response &res,
-                        const httplib::ContentReader &read) {
-    note = Note();
-    if (req.is_multipart_form_data())
-      return answer_error(res, 415, "multipart bodies are not served");
-    try {
-      std::string body;
-      if (!read([&](const char *data, size_t length) {
-            body.append(data, length);
-            return true;
-          }))
-        return answer_error(res, res.status >= 400 ? res.status : 400,
-                            res.status == 413 ? "request body too large"
-                                              : "request body not read");
-      serve(config, catalogue, req, body, res);
-    } catch (const std::exception &e) {
-      answer_error(res, 500, std::string("internal error: ") + e.what());
-    }
-  });
-  auto not_post = [](const httplib::Request &, httplib::Response &res) {
-    answer_error(res, 405, "only POST is served");
-  };
-  server.Get(".*", not_post);
-  server.Put(".*", not_post);
-  server.Patch(".*", not_post);
-  server.Delete(".*", not_post);
-  server.Options(".*", not_post);
-  /* Errors httplib answers itself (a malformed request, a body too large)
-   * get the same JSON form as ours. */
-  server.set_error_handler(
-      [](const httplib::Request &, httplib::Response &res) {
-        if (res.body.empty())
-          answer_error(res, res.status,
-                       res.status == 413 ? "request body too large"
-                                         : "malformed HTTP request");
-      });
-  server.set_logger(
-      [](const httplib::Request &req, const httplib::Response &res) {
-        fprintf(stderr, "%s %s %s %d %s\n", printable(req.method).c_str(),
-                printable(req.path).c_str(), printable(note.user).c_str(),
-                res.status, printable(note.detail).c_str());
-        note = Note();
-      });
-
-  int port =
-      config.port == 0
-          ? server.bind_to_any_port("127.0.0.1")
-          : (server.bind_to_port("127.0.0.1", config.port) ? config.port : -1);
-  if (port < 0) {
-    fprintf(stderr, "velmora-devserver: cannot listen on 127.0.0.1:%d: %s\n",
-            config.port, strerror(errno));
+  set_up(server, config, catalogue);
+  int port = bind_port(server, config.port);
+  if (port < 0)
     return 1;
-  }
   printf("%d\n", port);
   fflush(stdout);
   fprintf(stderr,
@@ -662,6 +810,8 @@ int main(int argc, char **argv) {
   std::thread stopper([&] {
     int signal_number;
     sigwait(&stop_signals, &signal_number);
+    /* Delays and hangs end first, so that their workers can be joined. */
+    config.script.stopping = true;
     server.stop();
   });
   bool listened = server.listen_after_bind();

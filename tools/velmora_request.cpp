@@ -7,17 +7,36 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <curl/curl.h>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <getopt.h>
-#include <iostream>
-#include <iterator>
 #include <memory>
-#include <sstream>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <json/json.h>
 #include <velmora/velmora.h>
+
+/*
+ * send_request makes up to three attempts and tells only how the last one
+ * ended. This program defines libcurl's curl_easy_perform, and the link
+ * exports it to the library, so that the attempts can be counted: a date
+ * still refused after a re-synchronisation then tells itself apart from
+ * refused credentials. Each attempt goes on to libcurl's own function.
+ */
+static int attempts = 0;
+
+extern "C" __attribute__((visibility("default"))) CURLcode
+curl_easy_perform(CURL *curl) {
+  using Perform = CURLcode (*)(CURL *);
+  static const Perform perform =
+      reinterpret_cast<Perform>(dlsym(RTLD_NEXT, "curl_easy_perform"));
+  attempts++;
+  return perform == nullptr ? CURLE_FAILED_INIT : perform(curl);
+}
 
 namespace {
 
@@ -44,44 +63,86 @@ void usage(FILE *stream) {
       "  --port P            service port (default 8888)\n"
       "  --user U            account name; without it the request is unsigned\n"
       "  --password PW       sign with the password scheme\n"
+      "  --password-file F   ... reading the password from the first line of\n"
+      "                      file F (- for standard input), out of sight of\n"
+      "                      other users' process lists\n"
       "  --password-hash HEX   ... given the password's SHA-1 as 40 hex "
       "digits\n"
       "  --token TK          sign with the token scheme\n"
+      "  --token-file F      ... reading the token from the first line of F\n"
       "  --auth-key K        LOCAL_AUTH_KEY to send (default: the first line\n"
       "                      of /etc/local_auth.key, or NO KEY)\n"
-      "  --verbose           libcurl's trace on standard error\n"
+      "  --auth-key-file F   the LOCAL_AUTH_KEY from the first line of F\n"
+      "  --verbose           libcurl's trace on standard error; it shows the\n"
+      "                      credentials\n"
       "  --pretty            print a JSON reply indented\n"
       "  --help              this text\n"
+      "  --version           print the version\n"
       "\n"
       "Exit status:\n"
       "   0  the service answered 200\n"
-      "  22  it answered another HTTP status (the body is still printed), or\n"
-      "      the request could not be made\n"
+      "  22  it answered an HTTP status other than 200 and 401 (the body is\n"
+      "      still printed), or the request could not be made\n"
       "   7  the transfer failed, or the server's date could not be read\n"
-      "  67  the service refused the credentials (401)\n"
-      "   2  bad command line\n"
+      "  67  the service refused the credentials or the date (401)\n"
+      "   2  bad command line, or the body or a secret could not be read;\n"
+      "      nothing was sent\n"
       "A 401 that refuses only the request's date is handled by the library:\n"
       "it corrects its clock from the server's and sends again.\n",
       stream);
 }
 
-bool read_body(const char *argument, std::string *body) {
-  if (strcmp(argument, "-") == 0) {
-    body->assign(std::istreambuf_iterator<char>(std::cin),
-                 std::istreambuf_iterator<char>());
-    return !std::cin.bad();
+struct FileCloser {
+  void operator()(int *fd) const {
+    close(*fd);
   }
-  if (argument[0] != '@') {
+};
+
+/* All of file `name` ("-": standard input) in `text`; false with the
+ * reason in `why`. A closed standard input and a directory are refused
+ * rather than read as empty. */
+bool read_file(const char *name, std::string *text, std::string *why) {
+  bool is_stdin = strcmp(name, "-") == 0;
+  int fd = is_stdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
+  if (fd < 0 || (is_stdin && fcntl(fd, F_GETFD) < 0)) {
+    *why = is_stdin ? "standard input is closed" : strerror(errno);
+    return false;
+  }
+  std::unique_ptr<int, FileCloser> guard(is_stdin ? nullptr : &fd);
+  struct stat status;
+  if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    *why = "it is a directory";
+    return false;
+  }
+  char buffer[65536];
+  ssize_t n;
+  while ((n = read(fd, buffer, sizeof buffer)) > 0)
+    text->append(buffer, static_cast<size_t>(n));
+  if (n < 0)
+    *why = strerror(errno);
+  return n == 0;
+}
+
+/* BODY, @FILE or "-", as the command line gives it. */
+bool read_body(const char *argument, std::string *body, std::string *why) {
+  if (strcmp(argument, "-") != 0 && argument[0] != '@') {
     *body = argument;
     return true;
   }
-  std::ifstream file(argument + 1, std::ios::binary);
-  if (!file)
+  return read_file(argument[0] == '@' ? argument + 1 : argument, body, why);
+}
+
+/* The first line of file `name` ("-": standard input), without its end. */
+bool read_secret(const char *option, const char *name,
+                 std::optional<std::string> *secret) {
+  std::string text, why;
+  if (!read_file(name, &text, &why)) {
+    fprintf(stderr, "velmora-request: %s: cannot read \"%s\": %s\n", option,
+            name, why.c_str());
     return false;
-  std::ostringstream text;
-  text << file.rdbuf();
-  *body = text.str();
-  return !file.bad();
+  }
+  *secret = text.substr(0, text.find_first_of("\r\n"));
+  return true;
 }
 
 bool is_password_hash(const std::string &text) {
@@ -90,8 +151,8 @@ bool is_password_hash(const std::string &text) {
 }
 
 /* The library refuses to send such a header value. */
-bool breaks_line(const char *text) {
-  return text != nullptr && strpbrk(text, "\r\n") != nullptr;
+bool breaks_line(const std::optional<std::string> &text) {
+  return text && text->find_first_of("\r\n") != std::string::npos;
 }
 
 /* Indented JSON when the text is JSON, else the text unchanged. */
@@ -145,10 +206,10 @@ struct Options {
   const char *host = nullptr;
   long port = -1;
   const char *user = nullptr;
-  const char *password = nullptr;
+  std::optional<std::string> password;
   std::string password_hash;
-  const char *token = nullptr;
-  const char *auth_key = nullptr;
+  std::optional<std::string> token;
+  std::optional<std::string> auth_key;
   bool verbose = false;
   bool pretty = false;
   std::string path;
@@ -165,11 +226,16 @@ int parse_options(int argc, char **argv, Options *o) {
       {"password-hash", required_argument, nullptr, 'x'},
       {"token", required_argument, nullptr, 't'},
       {"auth-key", required_argument, nullptr, 'k'},
+      {"password-file", required_argument, nullptr, 'W'},
+      {"token-file", required_argument, nullptr, 'T'},
+      {"auth-key-file", required_argument, nullptr, 'K'},
       {"verbose", no_argument, nullptr, 'v'},
       {"pretty", no_argument, nullptr, 'p'},
       {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   int secrets = 0;
+  int stdin_readers = 0;
   int c;
   /* "+": options end at PATH, so that a body may start with "-". */
   while ((c = getopt_long(argc, argv, "+", options, nullptr)) != -1) {
@@ -212,6 +278,20 @@ int parse_options(int argc, char **argv, Options *o) {
     case 'k':
       o->auth_key = optarg;
       break;
+    case 'W':
+    case 'T':
+    case 'K':
+      if (!read_secret(c == 'W'   ? "--password-file"
+                       : c == 'T' ? "--token-file"
+                                  : "--auth-key-file",
+                       optarg,
+                       c == 'W'   ? &o->password
+                       : c == 'T' ? &o->token
+                                  : &o->auth_key))
+        return exit_usage;
+      secrets += c != 'K';
+      stdin_readers += strcmp(optarg, "-") == 0;
+      break;
     case 'v':
       o->verbose = true;
       break;
@@ -220,6 +300,9 @@ int parse_options(int argc, char **argv, Options *o) {
       break;
     case 'h':
       usage(stdout);
+      return exit_ok;
+    case 'V':
+      printf("velmora-request %s\n", VELMORA_VERSION_STRING);
       return exit_ok;
     default:
       fprintf(stderr, "Try 'velmora-request --help'.\n");
@@ -241,12 +324,63 @@ int parse_options(int argc, char **argv, Options *o) {
     fprintf(stderr, "velmora-request: PATH must start with \"/\"\n");
     return exit_usage;
   }
-  if (optind + 1 < argc && !read_body(argv[optind + 1], &o->body)) {
-    fprintf(stderr, "velmora-request: cannot read the body from %s: %s\n",
-            argv[optind + 1], strerror(errno));
+  if (optind + 1 < argc && strcmp(argv[optind + 1], "-") == 0)
+    stdin_readers++;
+  if (stdin_readers > 1) {
+    fprintf(stderr, "velmora-request: standard input can give only one of "
+                    "the body and the secrets\n");
+    return exit_usage;
+  }
+  std::string why;
+  if (optind + 1 < argc && !read_body(argv[optind + 1], &o->body, &why)) {
+    fprintf(stderr,
+            "velmora-request: cannot read the body from %s: %s; nothing "
+            "was sent\n",
+            argv[optind + 1], why.c_str());
     return exit_usage;
   }
   return -1;
+}
+
+/* One line on standard error for a failed call; the exit status. */
+int report(int result, const Options &o, const std::string &url,
+           const std::string &printed, bool resynchronised) {
+  const char *where = url.c_str();
+  switch (result) {
+  case 0:
+    return exit_ok;
+  case -1:
+    if (breaks_line(o.token) || breaks_line(o.auth_key))
+      fprintf(stderr, "velmora-request: the token or the auth key holds a "
+                      "line break; nothing was sent\n");
+    else
+      fprintf(stderr,
+              "velmora-request: %s answered an HTTP error other than 200 "
+              "and 401, or the request could not be made\n",
+              where);
+    return exit_http_error;
+  case -2:
+    if (printed.empty())
+      fprintf(stderr, "velmora-request: %s sent a Date that cannot be read\n",
+              where);
+    else
+      fprintf(stderr, "velmora-request: transfer to %s failed: %s\n", where,
+              printed.c_str());
+    return exit_transfer;
+  default:
+    if (resynchronised)
+      fprintf(stderr,
+              "velmora-request: %s refused the request (401) even after the "
+              "clock was re-synchronised from its Date:; a proxy that puts "
+              "its own Date: in place of the service's is a likely cause\n",
+              where);
+    else
+      fprintf(stderr,
+              "velmora-request: %s refused the credentials or the date "
+              "(401)\n",
+              where);
+    return exit_refused;
+  }
 }
 
 } // namespace
@@ -264,20 +398,24 @@ int main(int argc, char **argv) {
     client_context_set_port(context, static_cast<int>(o.port));
   if (o.user != nullptr)
     client_context_set_user(context, o.user);
-  if (o.password != nullptr)
-    client_context_set_password(context, o.password);
+  if (o.password)
+    client_context_set_password(context, o.password->c_str());
   if (!o.password_hash.empty())
     client_context_set_password_hash(context, o.password_hash.c_str());
-  if (o.token != nullptr)
-    client_context_set_token(context, o.token);
-  if (o.auth_key != nullptr)
-    client_context_set_auth_key(context, o.auth_key);
+  if (o.token)
+    client_context_set_token(context, o.token->c_str());
+  if (o.auth_key)
+    client_context_set_auth_key(context, o.auth_key->c_str());
   context->verbose = o.verbose;
+  if (o.verbose)
+    fprintf(stderr, "velmora-request: the trace below shows the credentials "
+                    "(AUTHENTICATION and LOCAL_AUTH_KEY lines)\n");
 
   std::string reply, printed;
   int result = send_quietly(context, o.path, o.body, &reply, &printed);
   std::string url =
       "http://" + *context->host + ":" + std::to_string(context->port) + o.path;
+  bool resynchronised = attempts > 1;
   client_context_free(context);
 
   if (result == 0 || result == -1) {
@@ -288,31 +426,5 @@ int main(int argc, char **argv) {
       fputc('\n', stdout);
     fflush(stdout);
   }
-  switch (result) {
-  case 0:
-    return exit_ok;
-  case -1:
-    if (breaks_line(o.token) || breaks_line(o.auth_key)) {
-      fprintf(stderr, "velmora-request: the token or the auth key holds a "
-                      "line break; nothing was sent\n");
-      return exit_http_error;
-    }
-    fprintf(stderr,
-            "velmora-request: %s answered with an HTTP error, or the "
-            "request could not be made\n",
-            url.c_str());
-    return exit_http_error;
-  case -2:
-    if (printed.empty())
-      fprintf(stderr, "velmora-request: %s sent a Date that cannot be read\n",
-              url.c_str());
-    else
-      fprintf(stderr, "velmora-request: transfer to %s failed: %s\n",
-              url.c_str(), printed.c_str());
-    return exit_transfer;
-  default:
-    fprintf(stderr, "velmora-request: %s refused the credentials (401)\n",
-            url.c_str());
-    return exit_refused;
-  }
+  return report(result, o, url, printed, resynchronised);
 }

@@ -6,6 +6,10 @@
 #include <json/json.h>
 #include <velmora/velmora.h>
 
+static_assert(VELMORA_VERSION_NUM ==
+              (VELMORA_VERSION_MAJOR << 16 | VELMORA_VERSION_MINOR << 8 |
+               VELMORA_VERSION_PATCH));
+
 int main() {
   void *number = Long_new();
   Long_setValue(number, 42);
@@ -23,8 +27,8 @@ int main() {
   client_context_free(context);
 
   std::string text = Json::writeString(Json::StreamWriterBuilder(), envelope);
-  printf("Long 42: %s\nsha1(abc): %s\ndefault port: %d\n", text.c_str(), hex,
-         port);
+  printf("version %s\nLong 42: %s\nsha1(abc): %s\ndefault port: %d\n",
+         VELMORA_VERSION_STRING, text.c_str(), hex, port);
   bool ok = envelope["__value__"] == "42" &&
             strcmp(hex, "a9993e364706816aba3e25717850c26c9cd0d89d") == 0 &&
             port == 8888;

@@ -1,0 +1,129 @@
+#include "devserver_script.h"
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include <json/json.h>
+
+namespace devserver {
+namespace {
+
+bool parse_number(const std::string &text, long low, long high, long *value,
+                  std::string *rest) {
+  char *end;
+  errno = 0;
+  long v = strtol(text.c_str(), &end, 10);
+  if (errno != 0 || end == text.c_str() || v < low || v > high)
+    return false;
+  *value = v;
+  *rest = end;
+  return true;
+}
+
+bool read_json_file(const std::string &name, std::string *text,
+                    std::string *why) {
+  std::ifstream file(name, std::ios::binary);
+  std::ostringstream content;
+  if (!file || !(content << file.rdbuf())) {
+    *why = "cannot read \"" + name + "\"";
+    return false;
+  }
+  Json::Value value;
+  std::unique_ptr<Json::CharReader> reader(
+      Json::CharReaderBuilder().newCharReader());
+  *text = content.str();
+  if (!reader->parse(text->data(), text->data() + text->size(), &value, why)) {
+    *why = "\"" + name + "\" holds no JSON";
+    return false;
+  }
+  return true;
+}
+
+/* One item of a fault's SPEC into `fault`. */
+bool fault_item(const std::string &item, Fault *fault) {
+  std::string rest;
+  long value;
+  if (item == "close" || item == "hang") {
+    fault->kind = item == "close" ? Fault::Kind::close : Fault::Kind::hang;
+    return true;
+  }
+  if (item.rfind("status=", 0) == 0) {
+    fault->kind = Fault::Kind::status;
+    if (!parse_number(item.substr(7), 100, 599, &value, &rest) || !rest.empty())
+      return false;
+    fault->status = static_cast<int>(value);
+    return true;
+  }
+  if (item == "auth-error=1") {
+    fault->kind = Fault::Kind::auth_error;
+    return true;
+  }
+  if (item.rfind("delay=", 0) == 0) {
+    fault->kind = Fault::Kind::delay;
+    if (!parse_number(item.substr(6), 0, 3600000, &value, &rest))
+      return false;
+    fault->delay_ms = rest == "ms" ? value : value * 1000;
+    return rest == "s" || rest == "ms";
+  }
+  if (item.rfind("first=", 0) == 0)
+    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first, &rest) &&
+           rest.empty();
+  return false;
+}
+
+} // namespace
+
+bool add_route(Script &script, const std::string &argument, std::string *why) {
+  size_t equals = argument.find('=');
+  if (argument.empty() || argument[0] != '/' || equals == std::string::npos) {
+    *why = "--route takes PATH=FILE, PATH starting with \"/\"";
+    return false;
+  }
+  std::string text;
+  if (!read_json_file(argument.substr(equals + 1), &text, why))
+    return false;
+  script.routes[argument.substr(0, equals)] = text;
+  return true;
+}
+
+bool add_fault(Script &script, const std::string &argument, std::string *why) {
+  size_t colon = argument.find(':');
+  auto fault = std::make_unique<Fault>();
+  fault->kind = Fault::Kind::status;
+  bool ok = !argument.empty() && argument[0] == '/' &&
+            colon != std::string::npos && colon + 1 < argument.size();
+  int actions = 0;
+  std::istringstream items(ok ? argument.substr(colon + 1) : "");
+  for (std::string item; ok && std::getline(items, item, ',');) {
+    ok = fault_item(item, fault.get());
+    actions += item.rfind("first=", 0) != 0;
+  }
+  if (!ok || actions != 1) {
+    *why = "bad fault \"" + argument + "\" (PATH:SPEC[,first=N])";
+    return false;
+  }
+  script.faults[argument.substr(0, colon)] = std::move(fault);
+  return true;
+}
+
+const Fault *due_fault(const Script &script, const std::string &path) {
+  auto found = script.faults.find(path);
+  if (found == script.faults.end())
+    return nullptr;
+  const Fault *fault = found->second.get();
+  long seen = fault->seen++;
+  return fault->first == 0 || seen < fault->first ? fault : nullptr;
+}
+
+void pause(const Script &script, long ms) {
+  auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+  while (!script.stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+} // namespace devserver

@@ -1,0 +1,42 @@
+/*
+ * What users script into velmora-devserver for their own tests: fixed
+ * answers for paths (--route) and faults injected on paths (--fault).
+ */
+#ifndef VELMORA_DEVSERVER_SCRIPT_H
+#define VELMORA_DEVSERVER_SCRIPT_H
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace devserver {
+
+struct Fault {
+  enum class Kind { status, auth_error, delay, close, hang } kind;
+  int status = 0;
+  long delay_ms = 0;
+  long first = 0; /* the fault hits the first `first` requests; 0: all */
+  mutable std::atomic<long> seen{0};
+};
+
+struct Script {
+  std::map<std::string, std::string> routes; /* path to a JSON text */
+  std::map<std::string, std::unique_ptr<Fault>> faults;
+  std::atomic<bool> stopping{false};
+};
+
+/* PATH=FILE: FILE must hold JSON. False with the reason in `why`. */
+bool add_route(Script &script, const std::string &argument, std::string *why);
+/* PATH:SPEC[,first=N]; SPEC is status=N, auth-error=1, delay=Ns (or Nms),
+ * close or hang. False with the reason in `why`. */
+bool add_fault(Script &script, const std::string &argument, std::string *why);
+/* The fault due for this request to `path`, counted; null when none. */
+const Fault *due_fault(const Script &script, const std::string &path);
+/* Sleeps `ms` milliseconds (forever when negative), or until the server
+ * stops. */
+void pause(const Script &script, long ms);
+
+} // namespace devserver
+
+#endif
