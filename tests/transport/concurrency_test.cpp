@@ -1,0 +1,90 @@
+/*
+ * Eight threads at once, each with its own record, sending through one
+ * loopback server and re-synchronising their clocks, while libcurl's global
+ * initialisation is counted over the whole process: once. scripts/tsan-test
+ * runs this under ThreadSanitizer.
+ */
+#include <atomic>
+#include <dlfcn.h>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include <curl/curl.h>
+#include <gtest/gtest.h>
+
+#include "loopback_server.h"
+#include "transport_helpers.h"
+#include "velmora/transport.h"
+
+namespace {
+std::atomic<int> global_init_calls{0};
+}
+
+/* Interposed for the whole test program: counts the library's calls and
+ * forwards them to libcurl. */
+extern "C" CURLcode curl_global_init(long flags) {
+  ++global_init_calls;
+  using Function = CURLcode (*)(long);
+  static const Function real =
+      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "curl_global_init"));
+  return real != nullptr ? real(flags) : CURLE_FAILED_INIT;
+}
+
+namespace {
+
+/* Echoes each body; refuses the first request to each /skewed/ path with a
+ * date an hour after the request's. Runs on the server's one thread. */
+LoopbackServer::Responder echo_after_one_refusal() {
+  return [refused =
+              std::set<std::string>()](const std::string &request) mutable {
+    const std::string target = request.substr(0, request.find("\r\n"));
+    if (target.find(" /skewed/") != std::string::npos &&
+        refused.insert(target).second)
+      return http_reply(
+          401, "auth_error: 1\r\nDate: " + date_after(request, 3600) + "\r\n");
+    return http_reply(200, "", request_body(request));
+  };
+}
+
+/* Half the threads keep their records on their own storage, half sign
+ * with a token. */
+void send_rounds(int thread, int port, const std::atomic<bool> &go) {
+  while (!go)
+    std::this_thread::yield();
+  for (int round = 0; round < 10; ++round) {
+    client_context_s own, *context = &own;
+    if (thread % 2 == 0)
+      context = client_context_new();
+    else
+      client_context_init(&own);
+    client_context_set_port(context, port);
+    client_context_set_user(context, ("user" + std::to_string(thread)).c_str());
+    client_context_set_token(context, thread % 4 < 2 ? "token" : nullptr);
+    const std::string path = (round == 0 ? "/skewed/" : "/echo/") +
+                             std::to_string(thread * 10 + round);
+    std::string out;
+    EXPECT_EQ(send_request(context, path, "body of " + path, &out), 0);
+    EXPECT_EQ(out, "body of " + path);
+    EXPECT_EQ(context->clock_offset, round == 0 ? 3600 : 0);
+    if (context == &own)
+      client_context_clean(&own);
+    else
+      client_context_free(context);
+  }
+}
+
+TEST(Concurrency, ThreadsWithTheirOwnRecordsInitialiseLibcurlOnce) {
+  LoopbackServer server(echo_after_one_refusal());
+  std::atomic<bool> go{false};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread)
+    threads.emplace_back(send_rounds, thread, server.port(), std::cref(go));
+  go = true;
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(server.requests().size(), 8u * 11);
+  EXPECT_EQ(global_init_calls.load(), 1);
+}
+
+} // namespace
