@@ -2,7 +2,7 @@
 
 #include <cstdio>
 #include <iostream>
-#include <stdexcept>
+#include <memory>
 
 namespace {
 
@@ -15,29 +15,17 @@ void flush_all() {
 } // namespace
 
 std::string capture_output(int fd, const std::function<void()> &body) {
-  FILE *sink = tmpfile();
-  if (sink == nullptr)
-    throw std::runtime_error("tmpfile failed");
+  const std::unique_ptr<FILE, int (*)(FILE *)> sink(tmpfile(), fclose);
   flush_all();
   const int saved = dup(fd);
-  dup2(fileno(sink), fd);
-  const auto restore = [&] {
-    flush_all();
-    dup2(saved, fd);
-    close(saved);
-  };
-  try {
-    body();
-  } catch (...) {
-    restore();
-    fclose(sink);
-    throw;
-  }
-  restore();
+  dup2(fileno(sink.get()), fd);
+  body();
+  flush_all();
+  dup2(saved, fd);
+  close(saved);
+  rewind(sink.get());
   std::string text;
-  rewind(sink);
-  for (int c; (c = fgetc(sink)) != EOF;)
-    text += static_cast<char>(c);
-  fclose(sink);
+  for (int c; (c = fgetc(sink.get())) != EOF;)
+    text += char(c);
   return text;
 }
