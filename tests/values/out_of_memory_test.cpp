@@ -87,6 +87,10 @@ const target kList = {none, list_serialize, list_del},
              kOrdering = {Ordering_new, Ordering_serialize, Ordering_deleter},
              kRequest = {request, ListInfo_serialize, ListInfo_deleter};
 
+Json::Value *array_shown(void *, Json::Value &out) {
+  return &(out = "array");
+}
+
 struct operation {
   std::string name;
   target on;
@@ -110,6 +114,18 @@ std::vector<operation> operations() {
       {"resultset_copier", kPage,
        [](void *&h) { resultset_copier(&h, kSources[1]); }},
       {"dict_copier", kDict, [](void *&h) { dict_copier(&h, kSources[2]); }},
+      {"dict_keys",
+       {none, array_shown, free},
+       [](void *&h) {
+         char **keys = static_cast<char **>(h);
+         int32_t count = -1;
+         dict_keys(static_cast<dict_s *>(kSources[2]), &keys, &count);
+         EXPECT_EQ(count, keys != nullptr ? 2 : 0);
+         h = keys;
+       }},
+      {"dict_values",
+       {none, array_shown, free},
+       [](void *&h) { h = dict_values(static_cast<dict_s *>(kSources[2])); }},
       {"list_add", kTexts, [](void *&h) { list_add((list_s *)h, kText); }},
       {"list_deserialize", kTexts,
        [](void *&h) { list_deserialize((list_s *)h, kSource); }},
