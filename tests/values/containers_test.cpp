@@ -317,6 +317,7 @@ TEST(List, NullContainersDoNothingAndCompareByTypeAndCount) {
     drop(k, nullptr);
   }
   EXPECT_TRUE(list_serialize(nullptr, out) == &out &&
+              result_set_serialize(nullptr, out) == &out &&
               dict_serialize(nullptr, out) == nullptr &&
               out == json(R"({"a":1})"));
   list_s *lists[] = {list_new("Int", 0, 0, 0, 0),
