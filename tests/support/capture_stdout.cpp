@@ -4,28 +4,20 @@
 #include <iostream>
 #include <memory>
 
-namespace {
-
-void flush_all() {
-  std::cout.flush();
-  std::cerr.flush();
-  fflush(nullptr);
-}
-
-} // namespace
-
 std::string capture_output(int fd, const std::function<void()> &body) {
   const std::unique_ptr<FILE, int (*)(FILE *)> sink(tmpfile(), fclose);
-  flush_all();
+  std::cout.flush();
+  fflush(nullptr);
   const int saved = dup(fd);
   dup2(fileno(sink.get()), fd);
   body();
-  flush_all();
+  std::cout.flush();
+  fflush(nullptr);
   dup2(saved, fd);
   close(saved);
+  fseek(sink.get(), 0, SEEK_END);
+  std::string text(size_t(ftell(sink.get())), '\0');
   rewind(sink.get());
-  std::string text;
-  for (int c; (c = fgetc(sink.get())) != EOF;)
-    text += char(c);
+  text.resize(fread(&text[0], 1, text.size(), sink.get()));
   return text;
 }
