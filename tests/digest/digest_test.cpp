@@ -2,6 +2,8 @@
  * when an allocation fails. */
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "../../digest/digest_internal.h"
 #include "capture_stdout.h"
 #include "failing_malloc.h"
@@ -12,9 +14,8 @@ namespace {
 
 /* Renders and frees a digest; "<null>" for none. */
 std::string hex_of(uint8_t *digest) {
-  const std::string hex = digest == nullptr ? "<null>" : to_hex(digest, 20);
-  free(digest);
-  return hex;
+  const std::unique_ptr<uint8_t, void (*)(void *)> guard(digest, free);
+  return digest == nullptr ? "<null>" : to_hex(digest, 20);
 }
 
 /* A context that takes exactly `bytes_left` more bytes below 2^64 bits. */
@@ -40,10 +41,9 @@ std::string decode(const std::string &text) {
   char *out = nullptr;
   int length = -1;
   base64_decode(text, &out, length);
-  const std::string bytes = out ? std::string(out, size_t(length))
-                                : "<null " + std::to_string(length) + ">";
-  free(out);
-  return bytes;
+  const std::unique_ptr<char, void (*)(void *)> guard(out, free);
+  return out ? std::string(out, size_t(length))
+             : "<null " + std::to_string(length) + ">";
 }
 
 /* Every length up to three blocks, then random ones, fed in pieces of
@@ -69,15 +69,10 @@ TEST(Sha1, MatchesOpenSslInAnyPiecesOnEveryPath) {
   EXPECT_EQ(hex_of(sha1_hash(nullptr, 0)), oracle_sha1_hex(""));
 }
 
-/* The count carries into the high word; the byte that would reach 2^64
- * bits is refused before anything is read, and the context is released. */
+/* The byte that would reach 2^64 bits is refused before anything is read, and
+ * the context is released. */
 TEST(Sha1, CountsBitsExactlyUpToTheLimit) {
   const char bytes[100] = {};
-  sha1_context_s *context = near_limit(0x100000001); /* 0xFFFFFFF7FFFFFFF0 */
-  ASSERT_EQ(sha1_add(sha1_add(context, bytes, 3), nullptr, 0), context);
-  EXPECT_EQ(uint64_t(context->length_high) << 32 | context->length_low,
-            0xFFFFFFF800000008u);
-  free(sha1_close(context));
   EXPECT_NE(hex_of(sha1_close(sha1_add(near_limit(100), bytes, 100))),
             "<null>");
   for (uint64_t length : {uint64_t(101), ~uint64_t(0), uint64_t(1) << 61})
@@ -125,29 +120,22 @@ TEST(HexRendering, EveryDigitInBothPlaces) {
 }
 
 /* Random lengths cover every alignment of the wide loops and their tails.
- * Any byte put anywhere in an unpadded text ends it there when it is outside
- * the alphabet (so does the text's end: a last group of two or three
- * characters gives one or two bytes, a lone one none), and otherwise gives
- * bytes that encode back to the text. */
-TEST(Base64, RandomBytesMatchOpenSslAndEveryCharacterReadsRight) {
+ * A character outside the alphabet ends the text (fuzz/base64_decode tries
+ * every one); a last group of two or three characters gives one or two
+ * bytes, a lone one none. */
+TEST(Base64, RandomBytesMatchOpenSslAndTheValidPrefixDecodes) {
   std::mt19937 rng(64);
   for (int round = 0; round < 6000; ++round) {
     const std::string bytes = random_bytes(rng, rng() % (round % 4 ? 40 : 700));
-    std::string text = base64_encode(bytes.data(), unsigned(bytes.size()));
+    const std::string text =
+        base64_encode(bytes.data(), unsigned(bytes.size()));
     ASSERT_EQ(text, oracle_base64(bytes)) << bytes.size() << " bytes";
     ASSERT_EQ(decode(text), bytes) << bytes.size() << " bytes";
-    if (text.empty() || bytes.size() % 3 != 0)
-      continue;
-    const size_t at = rng() % text.size();
-    const unsigned char c = text[at] = char(round);
-    if (isalnum(c) || c == '+' || c == '/')
-      ASSERT_EQ(oracle_base64(decode(text)), text) << int(c) << " at " << at;
-    else
-      for (const std::string &cut : {text, text.substr(0, at)})
-        ASSERT_EQ(decode(cut),
-                  bytes.substr(0, at / 4 * 3 + std::max<size_t>(at % 4, 1) - 1))
-            << int(c) << " at " << at;
   }
+  const std::pair<const char *, const char *> prefixes[] = {
+      {"Zm9v!mFy", "foo"}, {"Zm9vYmE", "fooba"}, {"Zm9vY=", "foo"}};
+  for (const auto &[text, bytes] : prefixes)
+    EXPECT_EQ(decode(text), bytes) << text;
 }
 
 /* Each allocation failing in turn: sha1_hash (a context, then the digest)

@@ -23,8 +23,8 @@ size_t request_size(const std::string &request) {
 } // namespace
 
 /* Binds an ephemeral port of 127.0.0.1 before the serving thread starts. */
-LoopbackServer::LoopbackServer(Responder respond)
-    : respond_(std::move(respond)),
+LoopbackServer::LoopbackServer(std::vector<std::string> replies, long lead)
+    : replies_(std::move(replies)), lead_(lead),
       listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -37,11 +37,6 @@ LoopbackServer::LoopbackServer(Responder respond)
   port_ = ntohs(address.sin_port);
   thread_ = std::thread([this] { serve(); });
 }
-
-LoopbackServer::LoopbackServer(std::vector<std::string> replies)
-    : LoopbackServer([replies, next = size_t(0)](const std::string &) mutable {
-        return replies[std::min(next++, replies.size() - 1)];
-      }) {}
 
 /* Shutting the listener down makes the waiting accept fail at once. */
 LoopbackServer::~LoopbackServer() {
@@ -66,14 +61,21 @@ void LoopbackServer::serve() {
     for (ssize_t n; request.size() < request_size(request) &&
                     (n = recv(connection, buffer, sizeof buffer, 0)) > 0;)
       request.append(buffer, size_t(n));
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      requests_.push_back(request);
-    }
-    const std::string reply = respond_(request);
+    const std::string reply = reply_to(request);
     send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
     close(connection);
   }
+}
+
+/* Records the request; runs on the serving thread only. */
+std::string LoopbackServer::reply_to(const std::string &request) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.push_back(request);
+  std::string reply = replies_[std::min(requests_.size(), replies_.size()) - 1];
+  const size_t at = reply.find('@');
+  return at == std::string::npos
+             ? reply
+             : reply.replace(at, 1, date_after(request, lead_));
 }
 
 std::string http_reply(int status, const std::string &headers,

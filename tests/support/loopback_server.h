@@ -10,7 +10,6 @@
 #define VELMORA_TEST_LOOPBACK_SERVER_H
 
 #include <ctime>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -18,12 +17,9 @@
 
 class LoopbackServer {
 public:
-  /* Given the raw request, returns the raw reply. */
-  using Responder = std::function<std::string(const std::string &request)>;
-
-  explicit LoopbackServer(Responder respond);
-  /* Answers request n with replies[n], and the last one once they are spent. */
-  explicit LoopbackServer(std::vector<std::string> replies);
+  /* Answers request n with replies[n] (the last once they are spent), each
+   * "@" written as the date `lead` seconds after the request's. */
+  explicit LoopbackServer(std::vector<std::string> replies, long lead = 0);
   ~LoopbackServer();
 
   int port() const {
@@ -34,8 +30,10 @@ public:
 
 private:
   void serve();
+  std::string reply_to(const std::string &request);
 
-  Responder respond_;
+  const std::vector<std::string> replies_;
+  const long lead_;
   int port_ = 0;
   int listener_;
   mutable std::mutex mutex_;
@@ -56,10 +54,6 @@ inline std::string header_line(const std::string &request,
   const size_t at = head.find("\r\n" + prefix) + 2 + prefix.size();
   return at < 2 + prefix.size() ? "<absent>"
                                 : head.substr(at, head.find("\r\n", at) - at);
-}
-
-inline std::string request_body(const std::string &request) {
-  return request.substr(request.find("\r\n\r\n") + 4);
 }
 
 /* A request's "Date:" with its fields read as UTC; -1 when unreadable. */

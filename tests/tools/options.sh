@@ -14,7 +14,6 @@ until [ -s "$work/port" ]; do sleep 0.05; done
 run() { "$request" --port "$(head -n 1 "$work/port")" --auth-key key "$@" >"$work/out" 2>"$work/err"; }
 printf 'pw\nsecond line\n' >"$work/pw"
 printf 'key\r\n' >"$work/key"
-mkdir "$work/dir"
 while IFS='|' read -r want text args; do
   sent=$(wc -l <"$work/log")
   got=0
@@ -28,7 +27,6 @@ done <<'TABLE'
 0|x|--user u --password-file - --auth-key wrong --auth-key-file "$work/key" /echo x
 0|the trace below shows the credentials|--user u --password pw --verbose /echo x
 2|No such file or directory; nothing was sent|--user u --password pw /echo @"$work/nothing"
-2|it is a directory; nothing was sent|--user u --password pw /echo @"$work/dir"
 2|--token-file: cannot read|--user u --token-file "$work/nothing" /echo x
 2|only one of the body and the secrets|--user u --password-file - /echo -
 2|standard input is closed; nothing was sent|/echo - <&-

@@ -1,7 +1,8 @@
 /* The client record and its key file, send_request against a loopback
- * server that records every request, reply header lookup and the clock
- * arithmetic of re-synchronisation. */
+ * server that records every request, and the clock arithmetic of
+ * re-synchronisation; fuzz/extract_header pins the header lookup. */
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -42,24 +43,8 @@ std::string authentication(const std::string &request, const std::string &key,
          ":" + (token ? key + ":" : "") + signature;
 }
 
-/* Answers request n with replies[n] (the last once they are spent), each
- * "@" written as the date `lead` seconds after the request's. */
-LoopbackServer::Responder script(std::vector<std::string> replies, long lead) {
-  return [=, n = size_t(0)](const std::string &request) mutable {
-    std::string reply = replies[std::min(n++, replies.size() - 1)];
-    const size_t at = reply.find('@');
-    return at == std::string::npos
-               ? reply
-               : reply.replace(at, 1, date_after(request, lead));
-  };
-}
-
 const std::string reply("r\0s", 3),
     nul("a\0b", 3), ok = http_reply(200, "", reply);
-
-std::string refused(const std::string &headers) {
-  return http_reply(401, headers);
-}
 
 /* One call with the password "pw", replies from a script, the record's
  * other fields as given; "(traced)" in the result asks for verbose. */
@@ -85,43 +70,32 @@ struct Call {
  * or in the key, or a NUL in the path or host, refuses the request before
  * anything is sent; a line break in the path makes a URL libcurl rejects. */
 TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
-  const std::string resync = refused("auth_error: 1\r\nDate: @\r\n"),
+  const std::string resync = http_reply(401, "auth_error: 1\r\nDate: @\r\n"),
                     body("{\0}\xff\n", 5);
   const Call calls[] = {
       {{ok}, 0, "0(traced)", 1, "u", nullptr, nullptr, "/a?c=%20"},
       {{ok}, 0, "0", 1, "u", nullptr, "any text", "/p", "", ":"},
       {{ok}, 0, "0", 1, "u", "tok-123", nullptr, "/p", "   ", ":"},
       {{ok}, 0, "0", 1, "u", "", nullptr, "/p", " a\t", ":  a\t"},
-      {{ok}, 0, "0", 1, "", "a\nb"},
       {{http_reply(201, "", reply)}, 0, "-1", 1},
-      {{http_reply(302, "Location: /next\r\n"), ok}, 0, "0", 2},
-      {{refused("auth_error: 2\r\nDate: @\r\n")}, 0, "-3", 1},
-      {{refused("auth_error: 1\r\n")}, 0, "-3", 1},
-      {{refused("auth_error: 1\r\nDate: x\r\n")}, 0, "-2", 1},
-      {{refused("auth_error: 1\r\nDate:    \r\n")}, 0, "-2", 1},
+      {{http_reply(307, "Location: /p\r\n"), ok}, 0, "0", 2},
+      {{http_reply(401, "auth_error: 2\r\nDate: @\r\n")}, 0, "-3", 1},
+      {{http_reply(401, "auth_error: 1\r\n")}, 0, "-3", 1},
+      {{http_reply(401, "auth_error: 1\r\nDate: x\r\n")}, 0, "-2", 1},
+      {{http_reply(401, "auth_error: 1\r\nDate:    \r\n")}, 0, "-2", 1},
       {{""}, 0, "-2Error: [52]", 1},
       {{resync, ok}, 3600, "0", 2},
-      {{refused("X-Auth_Error:1\r\ndate:  @\r\n"), ok}, -120, "0", 2},
+      {{http_reply(401, "X-Auth_Error:1\r\ndate:  @\r\n"), ok}, -120, "0", 2},
       {{resync}, 3600, "-3", 3},
-      {{resync}, 3600, "-3", 1, ""},
+      {{resync}, 3600, "-3", 1, "", "a\nb"},
       {{ok}, 0, "-1", 0, "u", "a\rb"},
       {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", "a\nb"},
       {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", nul},
       {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p" + nul},
       {{ok}, 0, "-2Error: [3]", 0, "u", nullptr, nullptr, "/a\r\nX: 1"},
-      {{ok},
-       0,
-       "-1",
-       0,
-       "u",
-       nullptr,
-       nullptr,
-       "/p",
-       "k",
-       "",
-       "localhost" + nul}};
+      {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", "k", "", nul}};
   for (const Call &c : calls) {
-    LoopbackServer server(script(c.replies, c.lead));
+    LoopbackServer server(c.replies, c.lead);
     Context context(client_context_new(), client_context_free);
     C *record = context.get();
     client_context_set_port(record, server.port());
@@ -152,17 +126,15 @@ TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
       const time_t due = n ? request_time(requests[n - 1]) + c.lead + 1
                            : timegm(localtime_r(&before, &local));
       EXPECT_NEAR(request_time(requests[n]), *c.user ? due : -1, 2);
+      EXPECT_EQ(requests[n].substr(0, requests[n].find("\r\n")) +
+                    requests[n].substr(requests[n].find("\r\n\r\n") + 4) +
+                    header_line(requests[n], "LOCAL_AUTH_KEY") +
+                    header_line(requests[n], "Expect:"),
+                "POST " + c.path + " HTTP/1.1" + body + c.line + "<absent>");
       EXPECT_EQ(header_line(requests[n], "AUTHENTICATION:"),
                 *c.user
                     ? authentication(requests[n], key, c.token, c.path, body)
                     : "<absent>");
-    }
-    if (c.requests > 0) {
-      EXPECT_EQ(requests[0].substr(0, requests[0].find("\r\n")) +
-                    request_body(requests[0]) +
-                    header_line(requests[0], "LOCAL_AUTH_KEY") +
-                    header_line(requests[0], "Expect:"),
-                "POST " + c.path + " HTTP/1.1" + body + c.line + "<absent>");
     }
   }
   std::string out;
@@ -205,21 +177,19 @@ TEST(ClientContext, DefaultsAndSetters) {
     s.set(c, nullptr);
     EXPECT_EQ(c->*s.field == nullptr, !s.null_is_empty);
   }
-  client_context_set_user(c, "bob");
-  EXPECT_STREQ(client_context_get_user(c), "bob");
   client_context_set_token(c, "t");
-  EXPECT_EQ(client_context_invalidate_token(c) + client_context_set_port(c, -5),
-            0);
-  EXPECT_EQ(c->token == nullptr ? c->port : 0, -5);
   client_context_set_password_hash(c, "0123");
   client_context_set_password_hash(c, client_context_get_password_sha1(c));
-  EXPECT_STREQ(client_context_get_password_sha1(c), "0123");
+  EXPECT_EQ(client_context_invalidate_token(c) + client_context_set_port(c, -5),
+            0);
+  EXPECT_EQ(std::to_string(c->port) + client_context_get_password_sha1(c) +
+                (c->token ? "token" : ""),
+            "-50123");
   client_context_set_password(c, "pw");
   EXPECT_EQ(client_context_get_password_sha1(c), nullptr);
+  EXPECT_EQ(client_context_get_user(nullptr), client_context_get_user(c));
   EXPECT_EQ(client_context_get_password_sha1(nullptr), nullptr);
-  EXPECT_EQ(client_context_get_user(nullptr), nullptr);
   client_context_clean(&own);
-  client_context_free(nullptr);
 }
 
 /* The first line of the key file, up to 79 bytes and its first CR or NUL;
@@ -230,66 +200,33 @@ TEST(KeyFile, FirstLineIsTheKeyAndNoLineGivesNoKey) {
       {"", "NO KEY"},
       {std::string("\0abc\n", 5), "NO KEY"},
       {"abc\r\r\n", "abc"},
-      {"abc", "abc"},
       {"\n", ""},
       {" \tkey  \nsecond\n", " \tkey  "},
       {std::string("ab\0cd\n", 6), "ab"},
       {std::string(100, 'k'), std::string(79, 'k')}};
+  const std::string name = testing::TempDir() + "velmora-local-auth.key";
   for (const auto &[content, key] : cases) {
-    char name[] = "/tmp/velmora-key-XXXXXX";
-    const int fd = mkstemp(name);
-    ASSERT_EQ(write(fd, content.data(), content.size()),
-              ssize_t(content.size()));
-    close(fd);
-    EXPECT_EQ(velmora::read_local_auth_key(name), key) << content;
-    unlink(name);
-    EXPECT_EQ(velmora::read_local_auth_key(name), "NO KEY");
+    std::ofstream(name, std::ios::binary) << content;
+    EXPECT_EQ(velmora::read_local_auth_key(name.c_str()), key) << content;
   }
+  unlink(name.c_str());
+  EXPECT_EQ(velmora::read_local_auth_key(name.c_str()), "NO KEY");
 }
 
-/* Calendar fields of "YYYY-MM-DD hh:mm:ss", with a day of the year that
- * must be derived from month and day rather than trusted. */
-struct tm fields(const char *text) {
-  struct tm time {};
-  strptime(text, "%Y-%m-%d %H:%M:%S", &time);
-  time.tm_yday = -99;
-  return time;
-}
-
-TEST(ClockDifference, MatchesTheCalendarFieldByField) {
-  const std::pair<const char *, const char *> cases[] = {
-      {"2023-12-31 23:59:59", "2024-01-01 00:00:00"},
-      {"2024-02-28 12:00:00", "2024-03-01 12:00:00"},
-      {"2100-02-28 12:00:00", "2100-03-01 12:00:00"},
-      {"2000-02-28 12:00:00", "2000-03-01 12:00:00"},
-      {"2400-12-31 00:00:00", "1601-01-01 00:00:00"},
-      {"9999-12-31 23:59:59", "0000-01-01 00:00:00"},
-      {"2024-06-15 08:30:00", "2024-06-15 08:30:60"}};
-  for (const auto &[stamp, server] : cases) {
-    struct tm from = fields(stamp), to = fields(server);
-    EXPECT_EQ(velmora::clock_difference(fields(stamp), fields(server)),
-              int64_t(timegm(&to)) - int64_t(timegm(&from)))
-        << stamp << " -> " << server;
+/* Against timegm for random instants of the years 0 to 9999, with a day of
+ * the year that must be derived from month and day rather than trusted. */
+TEST(ClockDifference, MatchesTheCalendar) {
+  std::mt19937_64 rng(1);
+  for (int round = 0; round < 20000; ++round) {
+    time_t at[2];
+    struct tm fields[2];
+    for (int i : {0, 1}) {
+      at[i] = time_t(rng() % 315537897600) - 62167219200;
+      gmtime_r(&at[i], &fields[i])->tm_yday = -99;
+    }
+    ASSERT_EQ(velmora::clock_difference(fields[0], fields[1]), at[1] - at[0])
+        << at[0] << " -> " << at[1];
   }
-}
-
-/* The name is found in any case anywhere, the value runs to the next line
- * feed; both texts end at their first NUL. */
-TEST(ExtractHeader, FindsTheValueUpToTheLineFeedInAnyCase) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"X-Date: y\r\nDate: z\r\n", "0 y\r"},
-      {"date:\n", "0"},
-      {"Date: no line end", "-2"},
-      {std::string("Date: a\0\n", 9), "-2"},
-      {std::string("X: a\0Date: b\n", 13), "-1"},
-      {"DaTE", "-1"}};
-  for (const auto &[headers, found] : cases) {
-    std::string text = headers, value;
-    const int code = extract_header(&text, "DATE:", value);
-    EXPECT_EQ(std::to_string(code) + value, found) << headers;
-  }
-  std::string value;
-  EXPECT_EQ(extract_header(nullptr, "", value), -1);
 }
 
 } // namespace
