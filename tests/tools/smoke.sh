@@ -1,44 +1,51 @@
 #!/usr/bin/env bash
-# The tools end to end: a devserver whose clock runs an hour ahead, one
-# signed velmora-request that goes through after re-synchronising, one
-# refused password, and the example printing a page. The devserver must
-# then stop cleanly (under the sanitizers: without a leak).
+# The tools end to end against a devserver whose clock runs an hour ahead:
+# velmora-request's options and exit statuses as a table (every signed call
+# goes through after re-synchronising; a refused command line sends nothing),
+# then the example printing a page. The devserver must then stop cleanly
+# (under the sanitizers: without a leak).
 # Usage: smoke.sh DEVSERVER REQUEST EXAMPLE
 set -euo pipefail
 devserver=$1 request=$2 example=$3
 work=$(mktemp -d)
 server=""
 trap '[ -z "$server" ] || kill "$server" 2>/dev/null; rm -rf "$work"' EXIT
-fail() {
-  echo "FAIL: $*"
-  cat "$work/log"
-  exit 1
-}
+fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
-"$devserver" --port 0 --clock-offset 3600 --user alice --password wonderland \
-  >"$work/port" 2>"$work/log" &
+"$devserver" --port 0 --clock-offset 3600 --user u --password pw \
+  --fault /stale:auth-error=1 >"$work/port" 2>"$work/log" &
 server=$!
-for _ in $(seq 200); do
-  [ -s "$work/port" ] && break
-  sleep 0.05
-done
+for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$work/port")
 [ -n "$port" ] || fail "the devserver did not start"
-call=("$request" --port "$port" --user alice)
+printf 'pw\nsecond line\n' >"$work/pw"
+printf 'key\r\n' >"$work/key"
 
-out=$("${call[@]}" --password wonderland /echo '{"ping": [1, 2]}') ||
-  fail "signed request: exit $?"
-[ "$out" = '{"ping": [1, 2]}' ] || fail "signed request answered: $out"
-grep -q '^POST /echo alice 401 auth_error 1' "$work/log" ||
-  fail "no date refusal before the answer"
+# exit status | text in standard output or the first error line | arguments
+# (standard input is the password file unless closed)
+while IFS='|' read -r want text args; do
+  sent=$(wc -l <"$work/log") got=0
+  eval "\"$request\" --port $port $args" <"$work/pw" >"$work/out" 2>"$work/err" || got=$?
+  { [ "$got" = "$want" ] && grep -qF -- "$text" "$work/out" <(head -n 1 "$work/err") &&
+    { [ "$want" != 2 ] || [ "$(wc -l <"$work/log")" = "$sent" ]; }; } ||
+    fail "$args: exit $got, $(cat "$work/out" "$work/err")"
+done <<'TABLE'
+0|velmora-request 1.|--version
+0|{"ping": [1, 2]}|--user u --password pw /echo '{"ping": [1, 2]}'
+0|x|--user u --password-file "$work/pw" /echo x
+0|x|--user u --password-file - --auth-key-file "$work/key" /echo x
+0|the trace below shows the credentials|--user u --password pw --verbose /echo x
+2|No such file or directory; nothing was sent|--user u --password pw /echo @"$work/nothing"
+2|--token-file: cannot read|--user u --token-file "$work/nothing" /echo x
+2|only one of the body and the secrets|--user u --password-file - /echo -
+2|standard input is closed; nothing was sent|/echo - <&-
+22|an HTTP error other than 200 and 401|--user u --password pw /nowhere x
+67|refused the credentials or the date (401)|--user u --password wrong /echo x
+67|a proxy that puts its own Date:|--user u --password pw /stale x
+TABLE
+grep -q '^POST /echo u 401 auth_error 1' "$work/log" || fail "no date refusal before an answer"
 
-status=0
-out=$("${call[@]}" --password wrong /echo x 2>"$work/err") || status=$?
-[ "$status" = 67 ] && [ -z "$out" ] && [ "$(wc -l <"$work/err")" -le 1 ] ||
-  fail "wrong password: exit $status, out '$out', err $(cat "$work/err")"
-
-page=$("$example" --port "$port" --user alice --password wonderland) ||
-  fail "example: exit $?"
+page=$("$example" --port "$port" --user u --password pw) || fail "example: exit $?"
 grep -q '^clock_offset before the call: 0 s' <<<"$page" &&
   grep -Eq '^clock_offset after the call: +3600 s' <<<"$page" &&
   grep -q '^5 of 10 items' <<<"$page" &&
