@@ -132,8 +132,11 @@ TEST(Base64, RandomBytesMatchOpenSslAndTheValidPrefixDecodes) {
     ASSERT_EQ(text, oracle_base64(bytes)) << bytes.size() << " bytes";
     ASSERT_EQ(decode(text), bytes) << bytes.size() << " bytes";
   }
-  const std::pair<const char *, const char *> prefixes[] = {
-      {"Zm9v!mFy", "foo"}, {"Zm9vYmE", "fooba"}, {"Zm9vY=", "foo"}};
+  const std::pair<std::string, const char *> prefixes[] = {
+      {"Zm9v!mFy", "foo"},
+      {std::string("Zm9v\0AAA", 8), "foo"},
+      {"Zm9vYmE", "fooba"},
+      {"Zm9vY=", "foo"}};
   for (const auto &[text, bytes] : prefixes)
     EXPECT_EQ(decode(text), bytes) << text;
 }
