@@ -187,7 +187,9 @@ TEST(ClientContext, DefaultsAndSetters) {
             "-50123");
   client_context_set_password(c, "pw");
   EXPECT_EQ(client_context_get_password_sha1(c), nullptr);
-  EXPECT_EQ(client_context_get_user(nullptr), client_context_get_user(c));
+  client_context_set_user(c, "u");
+  EXPECT_STREQ(client_context_get_user(c), "u");
+  EXPECT_EQ(client_context_get_user(nullptr), nullptr);
   EXPECT_EQ(client_context_get_password_sha1(nullptr), nullptr);
   client_context_clean(&own);
 }
