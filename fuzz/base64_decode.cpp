@@ -13,16 +13,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string text(reinterpret_cast<const char *>(data), size);
-  const std::string alphabet =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  const size_t valid = std::min(text.find_first_not_of(alphabet), size);
+  const size_t valid = std::min(
+      text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuv"
+                             "wxyz0123456789+/"),
+      size);
   char *bytes = nullptr, *again = nullptr;
   int length = -1, again_length = -1;
   base64_decode(text, &bytes, length);
-  if (size_t(length) != valid / 4 * 3 + (valid % 4 > 1 ? valid % 4 - 1 : 0))
-    abort();
   base64_decode(base64_encode(bytes, unsigned(length)), &again, again_length);
-  if (again_length != length || memcmp(again, bytes, size_t(length)) != 0)
+  if (size_t(length) != valid / 4 * 3 + (valid % 4 > 1 ? valid % 4 - 1 : 0) ||
+      again_length != length || memcmp(again, bytes, size_t(length)) != 0)
     abort();
   free(again);
   free(bytes);

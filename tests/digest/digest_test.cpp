@@ -2,10 +2,7 @@
  * when an allocation fails. */
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cctype>
-#include <cstdlib>
-#include <cstring>
+#include <memory>
 
 #include "../../digest/digest_internal.h"
 #include "capture_stdout.h"
@@ -17,19 +14,8 @@ namespace {
 
 /* Renders and frees a digest; "<null>" for none. */
 std::string hex_of(uint8_t *digest) {
-  const std::string hex = digest == nullptr ? "<null>" : to_hex(digest, 20);
-  free(digest);
-  return hex;
-}
-
-/* The digest of `message` fed in pieces of random lengths, empty ones too. */
-std::string pieces_hex(const std::string &message, std::mt19937 &rng) {
-  sha1_context_s *context = sha1_open();
-  for (size_t from = 0, piece; from < message.size(); from += piece) {
-    piece = std::min(rng() % (size_t(1) << rng() % 13), message.size() - from);
-    context = sha1_add(context, message.data() + from, piece);
-  }
-  return hex_of(sha1_close(context));
+  const std::unique_ptr<uint8_t, void (*)(void *)> guard(digest, free);
+  return digest == nullptr ? "<null>" : to_hex(digest, 20);
 }
 
 /* A context that takes exactly `bytes_left` more bytes below 2^64 bits. */
@@ -50,23 +36,19 @@ std::string hmac(const std::string &key, const std::string &data,
   return out;
 }
 
-std::string encode(const std::string &bytes) {
-  return base64_encode(bytes.data(), unsigned(bytes.size()));
-}
-
 /* The decoded bytes; the buffer is always freed, as callers must. */
 std::string decode(const std::string &text) {
   char *out = nullptr;
   int length = -1;
   base64_decode(text, &out, length);
-  const std::string bytes = out ? std::string(out, size_t(length))
-                                : "<null " + std::to_string(length) + ">";
-  free(out);
-  return bytes;
+  const std::unique_ptr<char, void (*)(void *)> guard(out, free);
+  return out ? std::string(out, size_t(length))
+             : "<null " + std::to_string(length) + ">";
 }
 
-/* Every length up to three blocks, then random ones, in random pieces, on
- * the portable compression and on the best one the CPU offers. */
+/* Every length up to three blocks, then random ones, fed in pieces of
+ * random lengths (empty ones too), on the portable compression and on the
+ * best one the CPU offers. */
 TEST(Sha1, MatchesOpenSslInAnyPiecesOnEveryPath) {
   for (bool portable : {true, false}) {
     velmora::sha1_force_portable(portable);
@@ -74,7 +56,12 @@ TEST(Sha1, MatchesOpenSslInAnyPiecesOnEveryPath) {
     for (size_t round = 0; round < 2000; ++round) {
       const std::string message = random_bytes(
           rng, round < 200 ? round : rng() % (round % 9 ? 300 : 5000));
-      ASSERT_EQ(pieces_hex(message, rng), oracle_sha1_hex(message))
+      sha1_context_s *context = sha1_open();
+      for (size_t from = 0, piece; from < message.size(); from += piece) {
+        piece = std::min(rng() % (1u << rng() % 13), message.size() - from);
+        context = sha1_add(context, message.data() + from, piece);
+      }
+      ASSERT_EQ(hex_of(sha1_close(context)), oracle_sha1_hex(message))
           << message.size() << " bytes, round " << round;
     }
   }
@@ -82,45 +69,37 @@ TEST(Sha1, MatchesOpenSslInAnyPiecesOnEveryPath) {
   EXPECT_EQ(hex_of(sha1_hash(nullptr, 0)), oracle_sha1_hex(""));
 }
 
-/* The count carries into the high word; the byte that would reach 2^64
- * bits is refused before anything is read, and the context is released. */
+/* The byte that would reach 2^64 bits is refused before anything is read, and
+ * the context is released. */
 TEST(Sha1, CountsBitsExactlyUpToTheLimit) {
   const char bytes[100] = {};
-  sha1_context_s *context = near_limit(0x100000001); /* 0xFFFFFFF7FFFFFFF0 */
-  ASSERT_EQ(sha1_add(sha1_add(context, bytes, 3), nullptr, 0), context);
-  EXPECT_EQ(uint64_t(context->length_high) << 32 | context->length_low,
-            0xFFFFFFF800000008u);
-  free(sha1_close(context));
-  context = near_limit(100);
-  ASSERT_EQ(sha1_add(sha1_add(context, bytes, 99), bytes, 1), context);
-  EXPECT_EQ(sha1_add(context, bytes, 1), nullptr);
-  for (uint64_t length : {uint64_t(100), ~uint64_t(0), uint64_t(1) << 61})
-    EXPECT_EQ(sha1_add(near_limit(99), bytes, length), nullptr) << length;
+  EXPECT_NE(hex_of(sha1_close(sha1_add(near_limit(100), bytes, 100))),
+            "<null>");
+  for (uint64_t length : {uint64_t(101), ~uint64_t(0), uint64_t(1) << 61})
+    EXPECT_EQ(sha1_add(near_limit(100), bytes, length), nullptr) << length;
 }
 
-/* Keys and data around the block size; the bytes past the ones asked for
- * stay as they were. */
+/* Keys and data around the block size; no byte past the ones asked for
+ * is written, and truncate copies front to back. */
 TEST(HmacSha, MatchesOpenSslAndWritesOnlyTheBytesAskedFor) {
-  for (const std::string &key :
-       {std::string(), std::string("k"), std::string(63, 'k'),
-        std::string(64, 'k'), std::string(65, 'k'), std::string(200, 'k')})
-    for (size_t size : {0, 4, 55, 64, 200})
-      EXPECT_EQ(hmac(key, std::string(size, 'd')),
-                oracle_hmac(key, std::string(size, 'd')) + "####")
-          << key.size() << "-byte key, " << size << " bytes";
-  for (auto [wanted, written] :
-       {std::pair{21, 20}, {20, 20}, {12, 12}, {1, 1}, {0, 0}, {-1, 0}})
+  for (size_t key : {0, 1, 63, 64, 65, 200})
+    for (size_t size : {0, 55, 64, 200})
+      EXPECT_EQ(hmac(std::string(key, 'k'), std::string(size, 'd')),
+                oracle_hmac(std::string(key, 'k'), std::string(size, 'd')) +
+                    "####")
+          << key << "-byte key, " << size << " bytes";
+  for (auto [wanted, written] : {std::pair{21, 20}, {12, 12}, {0, 0}, {-1, 0}})
     EXPECT_EQ(hmac("k", "data", wanted),
               oracle_hmac("k", "data").substr(0, written) +
                   std::string(24 - written, '#'));
   char text[] = "abcdef..";
   for (int count : {0, -3, 4})
-    truncate(text, text + 2, count); /* front to back: the copy smears */
+    truncate(text, text + 2, count);
   EXPECT_STREQ(text, "ababab..");
 }
 
-/* toHexString, sha1_dump and pr_sha render every digit in both places of a
- * byte in lowercase; the stream writers return their last write's status. */
+/* Every digit in both places of a byte, in lowercase; the stream writers
+ * return their last write's status, EOF on a stream not open for writing. */
 TEST(HexRendering, EveryDigitInBothPlaces) {
   char digest[] = "\x01\x23\x45\x67\x89\xab\xcd\xef\xfe\xdc\xba\x98\x76\x54\x32"
                   "\x10\x00\xff\x0f\xf0";
@@ -129,43 +108,34 @@ TEST(HexRendering, EveryDigitInBothPlaces) {
   std::string text(42, '#');
   toHexString(digest, &text[0]);
   EXPECT_EQ(text, hex + '\0' + '#');
-  int status = 0;
-  EXPECT_EQ(capture_stdout([&] { status = sha1_dump(stdout, raw); }),
-            hex + "\n");
-  EXPECT_EQ(status, '\n');
-  for (int count : {20, 1, -2}) {
-    EXPECT_EQ(capture_stdout([&] { status = pr_sha(stdout, digest, count); }),
-              "0x" + hex.substr(0, size_t(2 * std::max(count, 0))) + "0");
-    EXPECT_EQ(status, '0');
-  }
-  EXPECT_EQ(sha1_dump(stdin, raw), EOF); /* not open for writing */
-  EXPECT_EQ(pr_sha(stdin, digest, 20), EOF);
+  std::string statuses;
+  EXPECT_EQ(capture_stdout([&] {
+              statuses += char(sha1_dump(stdout, raw));
+              for (int count : {20, 1, -2})
+                statuses += char(pr_sha(stdout, digest, count));
+            }),
+            hex + "\n0x" + hex + "00x0100x0");
+  EXPECT_EQ(statuses, "\n000");
+  EXPECT_EQ(sha1_dump(stdin, raw) + pr_sha(stdin, digest, 20), 2 * EOF);
 }
 
 /* Random lengths cover every alignment of the wide loops and their tails.
- * Any byte put anywhere in an unpadded text ends it there when it is outside
- * the alphabet (so does the text's end: a last group of two or three
- * characters gives one or two bytes, a lone one none), and otherwise gives
- * bytes that encode back to the text. */
-TEST(Base64, RandomBytesMatchOpenSslAndEveryCharacterReadsRight) {
+ * A character outside the alphabet ends the text (fuzz/base64_decode tries
+ * every one); a last group of two or three characters gives one or two
+ * bytes, a lone one none. */
+TEST(Base64, RandomBytesMatchOpenSslAndTheValidPrefixDecodes) {
   std::mt19937 rng(64);
   for (int round = 0; round < 6000; ++round) {
     const std::string bytes = random_bytes(rng, rng() % (round % 4 ? 40 : 700));
-    std::string text = encode(bytes);
+    const std::string text =
+        base64_encode(bytes.data(), unsigned(bytes.size()));
     ASSERT_EQ(text, oracle_base64(bytes)) << bytes.size() << " bytes";
     ASSERT_EQ(decode(text), bytes) << bytes.size() << " bytes";
-    if (text.empty() || bytes.size() % 3 != 0)
-      continue;
-    const size_t at = rng() % text.size();
-    const unsigned char c = text[at] = char(round);
-    if (isalnum(c) || c == '+' || c == '/')
-      ASSERT_EQ(encode(decode(text)), text) << int(c) << " at " << at;
-    else
-      for (const std::string &cut : {text, text.substr(0, at)})
-        ASSERT_EQ(decode(cut),
-                  bytes.substr(0, at / 4 * 3 + std::max<size_t>(at % 4, 1) - 1))
-            << int(c) << " at " << at;
   }
+  const std::pair<const char *, const char *> prefixes[] = {
+      {"Zm9v!mFy", "foo"}, {"Zm9vYmE", "fooba"}, {"Zm9vY=", "foo"}};
+  for (const auto &[text, bytes] : prefixes)
+    EXPECT_EQ(decode(text), bytes) << text;
 }
 
 /* Each allocation failing in turn: sha1_hash (a context, then the digest)
@@ -175,7 +145,6 @@ TEST(AllocationFailure, EachDigestAllocationInTurn) {
   const std::string zeros = std::string(20, '\0') + "####";
   const std::pair<std::function<std::string()>, std::string> operations[] = {
       {[] { return hex_of(sha1_hash("abc", 3)); }, "<null>"},
-      {[] { return hmac("Jefe", "data"); }, zeros},
       {[] { return hmac(std::string(80, 'k'), "data"); }, zeros},
       {[] { return decode("Zm9vYmFy"); }, "<null 0>"}};
   for (const auto &[operation, failed] : operations) {

@@ -1,31 +1,19 @@
 #include "capture_stdout.h"
 
 #include <cstdio>
-#include <iostream>
 #include <memory>
 
-namespace {
-
-void flush_all() {
-  std::cout.flush();
-  std::cerr.flush();
-  fflush(nullptr);
-}
-
-} // namespace
-
+/* std::cout shares stdio's buffer (sync_with_stdio), so fflush covers it. */
 std::string capture_output(int fd, const std::function<void()> &body) {
   const std::unique_ptr<FILE, int (*)(FILE *)> sink(tmpfile(), fclose);
-  flush_all();
+  fflush(nullptr);
   const int saved = dup(fd);
   dup2(fileno(sink.get()), fd);
   body();
-  flush_all();
+  fflush(nullptr);
   dup2(saved, fd);
   close(saved);
-  rewind(sink.get());
-  std::string text;
-  for (int c; (c = fgetc(sink.get())) != EOF;)
-    text += char(c);
+  std::string text(size_t(lseek(fileno(sink.get()), 0, SEEK_END)), '\0');
+  text.resize(size_t(pread(fileno(sink.get()), &text[0], text.size(), 0)));
   return text;
 }

@@ -2,28 +2,12 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace {
-
-/* A listening socket on an ephemeral port of 127.0.0.1, and that port. */
-int listening_socket(int &port) {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  sockaddr *raw = reinterpret_cast<sockaddr *>(&address);
-  if (bind(fd, raw, length) != 0 || listen(fd, 64) != 0 ||
-      getsockname(fd, raw, &length) != 0)
-    throw std::runtime_error("cannot listen on a loopback socket");
-  port = ntohs(address.sin_port);
-  return fd;
-}
 
 /* The whole request's length once its head has arrived, else npos. The
  * length header is looked for in libcurl's spelling. */
@@ -38,14 +22,21 @@ size_t request_size(const std::string &request) {
 
 } // namespace
 
-LoopbackServer::LoopbackServer(Responder respond)
-    : respond_(std::move(respond)), listener_(listening_socket(port_)),
-      thread_([this] { serve(); }) {}
-
-LoopbackServer::LoopbackServer(std::vector<std::string> replies)
-    : LoopbackServer([replies, next = size_t(0)](const std::string &) mutable {
-        return replies[std::min(next++, replies.size() - 1)];
-      }) {}
+/* Binds an ephemeral port of 127.0.0.1 before the serving thread starts. */
+LoopbackServer::LoopbackServer(std::vector<std::string> replies, long lead)
+    : replies_(std::move(replies)), lead_(lead),
+      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  sockaddr *raw = reinterpret_cast<sockaddr *>(&address);
+  if (bind(listener_, raw, length) != 0 || listen(listener_, 64) != 0 ||
+      getsockname(listener_, raw, &length) != 0)
+    throw std::runtime_error("cannot listen on a loopback socket");
+  port_ = ntohs(address.sin_port);
+  thread_ = std::thread([this] { serve(); });
+}
 
 /* Shutting the listener down makes the waiting accept fail at once. */
 LoopbackServer::~LoopbackServer() {
@@ -59,34 +50,32 @@ std::vector<std::string> LoopbackServer::requests() const {
   return requests_;
 }
 
+/* One connection at a time; a silent client holds it at most 5 s. */
 void LoopbackServer::serve() {
+  const timeval timeout{5, 0};
   for (int connection; (connection = accept4(listener_, nullptr, nullptr,
                                              SOCK_CLOEXEC)) >= 0;) {
-    answer(connection);
+    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+    std::string request;
+    char buffer[16384];
+    for (ssize_t n; request.size() < request_size(request) &&
+                    (n = recv(connection, buffer, sizeof buffer, 0)) > 0;)
+      request.append(buffer, size_t(n));
+    const std::string reply = reply_to(request);
+    send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
     close(connection);
   }
 }
 
-void LoopbackServer::answer(int connection) {
-  /* A silent client keeps the one serving thread at most this long. */
-  const timeval timeout{5, 0};
-  setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-  std::string request;
-  char buffer[16384];
-  ssize_t n;
-  while (request.size() < request_size(request) &&
-         (n = recv(connection, buffer, sizeof buffer, 0)) > 0)
-    request.append(buffer, size_t(n));
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    requests_.push_back(request);
-  }
-  const std::string reply = respond_(request);
-  for (size_t sent = 0; sent < reply.size(); sent += size_t(n))
-    if ((n = send(connection, reply.data() + sent, reply.size() - sent,
-                  MSG_NOSIGNAL)) <= 0)
-      break;
-  shutdown(connection, SHUT_WR);
+/* Records the request; runs on the serving thread only. */
+std::string LoopbackServer::reply_to(const std::string &request) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  requests_.push_back(request);
+  std::string reply = replies_[std::min(requests_.size(), replies_.size()) - 1];
+  const size_t at = reply.find('@');
+  return at == std::string::npos
+             ? reply
+             : reply.replace(at, 1, date_after(request, lead_));
 }
 
 std::string http_reply(int status, const std::string &headers,

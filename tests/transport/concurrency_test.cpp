@@ -1,12 +1,11 @@
 /*
- * Eight threads at once, each with its own record, sending through one
- * loopback server and re-synchronising their clocks, while libcurl's global
- * initialisation is counted over the whole process: once. scripts/tsan-test
- * runs this under ThreadSanitizer.
+ * Eight threads at once, each with its own records, sending through one
+ * loopback server, one of them re-synchronising its clock, while libcurl's
+ * global initialisation is counted over the whole process: once.
+ * scripts/tsan-test runs this under ThreadSanitizer.
  */
 #include <atomic>
 #include <dlfcn.h>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -14,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include "loopback_server.h"
-#include "transport_helpers.h"
 #include "velmora/transport.h"
 
 namespace {
@@ -25,60 +23,41 @@ std::atomic<int> global_init_calls{0};
  * forwards them to libcurl. */
 extern "C" CURLcode curl_global_init(long flags) {
   ++global_init_calls;
-  using Function = CURLcode (*)(long);
-  static const Function real =
-      reinterpret_cast<Function>(dlsym(RTLD_NEXT, "curl_global_init"));
-  return real != nullptr ? real(flags) : CURLE_FAILED_INIT;
+  static const auto real = reinterpret_cast<CURLcode (*)(long)>(
+      dlsym(RTLD_NEXT, "curl_global_init"));
+  return real(flags);
 }
 
 namespace {
 
-/* Echoes each body; refuses the first request to each /skewed/ path with a
- * date an hour after the request's. Runs on the server's one thread. */
-LoopbackServer::Responder echo_after_one_refusal() {
-  return [refused =
-              std::set<std::string>()](const std::string &request) mutable {
-    const std::string target = request.substr(0, request.find("\r\n"));
-    if (target.find(" /skewed/") != std::string::npos &&
-        refused.insert(target).second)
-      return http_reply(
-          401, "auth_error: 1\r\nDate: " + date_after(request, 3600) + "\r\n");
-    return http_reply(200, "", request_body(request));
-  };
-}
-
-/* Each round on a fresh record in the thread's own storage; half the
- * threads sign with a token. */
-void send_rounds(int thread, int port, const std::atomic<bool> &go) {
-  while (!go)
-    std::this_thread::yield();
-  for (int round = 0; round < 10; ++round) {
-    client_context_s context;
-    client_context_init(&context);
-    client_context_set_port(&context, port);
-    client_context_set_user(&context,
-                            ("user" + std::to_string(thread)).c_str());
-    client_context_set_token(&context, thread % 2 ? "token" : nullptr);
-    const std::string path = (round == 0 ? "/skewed/" : "/echo/") +
-                             std::to_string(thread * 10 + round);
-    std::string out;
-    EXPECT_EQ(send_request(&context, path, "body of " + path, &out), 0);
-    EXPECT_EQ(out, "body of " + path);
-    EXPECT_EQ(context.clock_offset, round == 0 ? 3600 : 0);
-    client_context_clean(&context);
-  }
-}
-
+/* The first request to arrive is refused with a date an hour ahead. */
 TEST(Concurrency, ThreadsWithTheirOwnRecordsInitialiseLibcurlOnce) {
-  LoopbackServer server(echo_after_one_refusal());
-  std::atomic<bool> go{false};
+  LoopbackServer server({http_reply(401, "auth_error: 1\r\nDate: @\r\n"),
+                         http_reply(200, "", "ok")},
+                        3600);
+  std::atomic<int64_t> offsets{0};
   std::vector<std::thread> threads;
+  /* Ten rounds a thread, each on a fresh record in the thread's own storage;
+   * half the threads sign with a token. */
   for (int thread = 0; thread < 8; ++thread)
-    threads.emplace_back(send_rounds, thread, server.port(), std::cref(go));
-  go = true;
+    threads.emplace_back([&, thread] {
+      for (int round = 0; round < 10; ++round) {
+        client_context_s context;
+        client_context_init(&context);
+        client_context_set_port(&context, server.port());
+        client_context_set_user(&context, "user");
+        client_context_set_token(&context, thread % 2 ? "token" : nullptr);
+        std::string out;
+        EXPECT_EQ(send_request(&context, "/p", std::to_string(round), &out), 0);
+        EXPECT_EQ(out, "ok");
+        offsets += context.clock_offset;
+        client_context_clean(&context);
+      }
+    });
   for (std::thread &thread : threads)
     thread.join();
-  EXPECT_EQ(server.requests().size(), 8u * 11);
+  EXPECT_EQ(server.requests().size(), 8u * 10 + 1);
+  EXPECT_EQ(offsets.load(), 3600);
   EXPECT_EQ(global_init_calls.load(), 1);
 }
 

@@ -44,10 +44,19 @@ void *dict(value_copier copier) {
       dict_new("", string_deleter, string_deserialize, 0, copier),
       kSource["__properties__"]["search_parameters"]);
 }
+void *copying() {
+  return dict(text_copier);
+}
+void *taking() {
+  return dict(nullptr);
+}
 void *request() {
   return ListInfo_deserialize(kSource);
 }
-void *const kSources[] = {texts(), page(), dict(text_copier), request()};
+void *ordering() {
+  return Ordering_new();
+}
+void *const kFrom[] = {texts(), page(), copying(), request()};
 
 /* True when `part` is `whole`, or `whole` with values turned null or with
  * trailing elements (members) left out. */
@@ -64,125 +73,111 @@ bool part_of(const Json::Value &part, const Json::Value &whole) {
   return true;
 }
 
-/* What an operation acts on, fresh for each run (null: the operation
- * makes it), shown and released as a caller would. */
-struct target {
-  std::function<void *()> fresh;
-  value_serializer show;
-  value_deleter release;
-};
-void *none() {
-  return nullptr;
-}
-const target kList = {none, list_serialize, list_del},
-             kPage = {none, result_set_serialize, result_set_del},
-             kDict = {none, dict_serialize, dict_deleter},
-             kTexts = {texts, list_serialize, list_del},
-             kPageOf2 = {page, result_set_serialize, result_set_del},
-             kCopying = {[] { return dict(text_copier); }, dict_serialize,
-                         dict_deleter},
-             kTaking = {[] { return dict(nullptr); }, dict_serialize,
-                        dict_deleter},
-             kIP = {IP_new, IP_serialize, IP_deleter},
-             kOrdering = {Ordering_new, Ordering_serialize, Ordering_deleter},
-             kRequest = {request, ListInfo_serialize, ListInfo_deleter};
-
 Json::Value *array_shown(void *, Json::Value &out) {
   return &(out = "array");
 }
 
+/* How a caller shows and releases what an operation makes or changes. */
+struct shape {
+  value_serializer show;
+  value_deleter release;
+};
+const shape kList{list_serialize, list_del},
+    kPage{result_set_serialize, result_set_del},
+    kDict{dict_serialize, dict_deleter}, kArray{array_shown, free},
+    kIP{IP_serialize, IP_deleter},
+    kOrdering{Ordering_serialize, Ordering_deleter},
+    kRequest{ListInfo_serialize, ListInfo_deleter};
+
 struct operation {
   std::string name;
-  target on;
+  shape is;
+  void *(*fresh)(); /* a new target; null when the operation makes it */
   std::function<void(void *&)> act; /* on the slot of the target */
 };
 
 std::vector<operation> operations() {
   static std::vector<std::unique_ptr<void, value_deleter>> samples;
   std::vector<operation> all = {
-      {"list_new", kList, [](void *&h) { h = list_new("", 0, 0, 0, 0); }},
-      {"result_set_new", kPage,
+      {"list_new", kList, 0, [](void *&h) { h = list_new("", 0, 0, 0, 0); }},
+      {"result_set_new", kPage, 0,
        [](void *&h) { h = result_set_new("", 0, 0, 0, 0); }},
-      {"dict_new", kDict, [](void *&h) { h = dict_new("", 0, 0, 0, 0); }},
-      {"Ordering_new",
-       {none, Ordering_serialize, Ordering_deleter},
-       [](void *&h) { h = Ordering_new(); }},
-      {"ListInfo_new",
-       {none, ListInfo_serialize, ListInfo_deleter},
-       [](void *&h) { h = ListInfo_new(); }},
-      {"list_copier", kList, [](void *&h) { list_copier(&h, kSources[0]); }},
-      {"resultset_copier", kPage,
-       [](void *&h) { resultset_copier(&h, kSources[1]); }},
-      {"dict_copier", kDict, [](void *&h) { dict_copier(&h, kSources[2]); }},
-      {"dict_keys",
-       {none, array_shown, free},
+      {"dict_new", kDict, 0, [](void *&h) { h = dict_new("", 0, 0, 0, 0); }},
+      {"Ordering_new", kOrdering, 0, [](void *&h) { h = Ordering_new(); }},
+      {"ListInfo_new", kRequest, 0, [](void *&h) { h = ListInfo_new(); }},
+      {"list_copier", kList, 0, [](void *&h) { list_copier(&h, kFrom[0]); }},
+      {"resultset_copier", kPage, 0,
+       [](void *&h) { resultset_copier(&h, kFrom[1]); }},
+      {"dict_copier", kDict, 0, [](void *&h) { dict_copier(&h, kFrom[2]); }},
+      {"dict_keys", kArray, 0,
        [](void *&h) {
-         char **keys = static_cast<char **>(h);
          int32_t count = -1;
-         dict_keys(static_cast<dict_s *>(kSources[2]), &keys, &count);
-         EXPECT_EQ(count, keys != nullptr ? 2 : 0);
-         h = keys;
+         dict_keys((dict_s *)kFrom[2], (char ***)&h, &count);
+         EXPECT_EQ(count, h != nullptr ? 2 : 0);
        }},
-      {"dict_values",
-       {none, array_shown, free},
-       [](void *&h) { h = dict_values(static_cast<dict_s *>(kSources[2])); }},
-      {"list_add", kTexts, [](void *&h) { list_add((list_s *)h, kText); }},
-      {"list_deserialize", kTexts,
+      {"dict_values", kArray, 0,
+       [](void *&h) { h = dict_values((dict_s *)kFrom[2]); }},
+      {"list_add", kList, texts,
+       [](void *&h) { list_add((list_s *)h, kText); }},
+      {"list_deserialize", kList, texts,
        [](void *&h) { list_deserialize((list_s *)h, kSource); }},
-      {"result_set_add", kPageOf2,
+      {"result_set_add", kPage, page,
        [](void *&h) { result_set_add((result_set_s *)h, &kCell); }},
-      {"result_set_deserialize", kPageOf2,
+      {"result_set_deserialize", kPage, page,
        [](void *&h) { result_set_deserialize((result_set_s *)h, kNumbers); }},
-      {"dict_add", kCopying,
+      {"dict_add", kDict, copying,
        [](void *&h) { dict_add((dict_s *)h, "j", kText); }},
-      {"dict_deserialize, copying", kCopying,
+      {"dict_deserialize, copying", kDict, copying,
        [](void *&h) { dict_deserialize((dict_s *)h, kMembers); }},
-      {"dict_deserialize, taking", kTaking,
+      {"dict_deserialize, taking", kDict, taking,
        [](void *&h) { dict_deserialize((dict_s *)h, kMembers); }},
-      {"ip_setValue", kIP, [](void *&h) { ip_setValue(h, "b"); }},
-      {"ordering_setOrder_by", kOrdering,
+      {"ip_setValue", kIP, IP_new, [](void *&h) { ip_setValue(h, "b"); }},
+      {"ordering_setOrder_by", kOrdering, ordering,
        [](void *&h) { ordering_setOrder_by((Ordering *)h, "d"); }},
-      {"listinfo_setOrder", kRequest,
+      {"listinfo_setOrder", kRequest, request,
        [](void *&h) {
-         listinfo_setOrder((ListInfo *)h, ((ListInfo *)kSources[3])->order);
+         listinfo_setOrder((ListInfo *)h, ((ListInfo *)kFrom[3])->order);
        }},
-      {"listinfo_setSearch_parameters", kRequest, [](void *&h) {
-         listinfo_setSearch_parameters((ListInfo *)h, (dict_s *)kSources[2]);
+      {"listinfo_setSearch_parameters", kRequest, request, [](void *&h) {
+         listinfo_setSearch_parameters((ListInfo *)h, (dict_s *)kFrom[2]);
        }}};
   for (int t = LONG; t < ENVELOPED; t++) {
     const value_type &type = value_types[t];
-    const target made = {none, type.write, type.release};
+    const shape is = {type.write, type.release};
     void *sample = samples.emplace_back(type.read(kSource), type.release).get();
-    all.push_back({std::string(type.name) + " read", made,
+    all.push_back({type.name + std::string(" read"), is, 0,
                    [&type](void *&h) { h = type.read(kSource); }});
-    all.push_back({std::string(type.name) + " copy", made,
+    all.push_back({type.name + std::string(" copy"), is, 0,
                    [&type, sample](void *&h) { type.copy(&h, sample); }});
   }
   return all;
 }
 
+/* Runs `op` with allocation `n` failing (0: none): what its target showed
+ * before and after; returns how many allocations it made. */
+int run(const operation &op, int n, Json::Value &before, Json::Value &after) {
+  static char unset; // a copier must store, even a null
+  void *target = op.fresh ? op.fresh() : nullptr;
+  void *slot = target ? target : &unset;
+  before = after = Json::Value();
+  if (target != nullptr)
+    op.is.show(target, before);
+  const int allocations = with_failing_malloc(n, [&] { op.act(slot); });
+  EXPECT_NE(slot, &unset) << op.name;
+  slot = slot != &unset ? slot : nullptr;
+  if (slot != nullptr)
+    op.is.show(slot, after);
+  op.is.release(slot);
+  return allocations;
+}
+
 TEST(OutOfMemory, EachAllocationFailingInTurnLosesNothing) {
   for (const operation &op : operations()) {
-    Json::Value before, after;
-    const auto run = [&](int n) {
-      static char unset; // a copier must store, even a null
-      void *target = op.on.fresh(), *slot = target ? target : &unset;
-      before = after = Json::Value();
-      if (target != nullptr)
-        op.on.show(target, before);
-      const int allocations = with_failing_malloc(n, [&] { op.act(slot); });
-      EXPECT_NE(slot, &unset) << op.name;
-      slot = slot != &unset ? slot : nullptr;
-      if (slot != nullptr)
-        op.on.show(slot, after);
-      op.on.release(slot);
-      return allocations;
-    };
-    const int allocations = run(0);
-    const Json::Value whole = after;
+    Json::Value before, whole, after;
+    const int allocations = run(op, 0, before, whole);
     EXPECT_TRUE(whole != before && allocations > 0) << op.name;
     for (int n = 1; n <= allocations; ++n) {
-      run(n);
+      run(op, n, before, after);
       EXPECT_TRUE(after == before ||
                   (part_of(after, whole) && (!before.isMember("__elements__") ||
                                              part_of(before, after))))

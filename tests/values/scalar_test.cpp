@@ -18,16 +18,16 @@ void *blob(const char *bytes, int32_t size, int32_t length) {
   return memcpy(malloc(sizeof b), &b, sizeof b);
 }
 
-/* The "__value__" that type `t` writes for `cell`, as JSON text. */
-std::string written(int t, void *cell) {
+/* The member that type `t` writes for `cell`, as JSON text. */
+std::string written(int t, void *cell, const char *member = "__value__") {
   Json::Value out;
   EXPECT_EQ(value_types[t].write(cell, out), &out);
-  return render(out["__value__"]);
+  return render(out[member]);
 }
 
-/* Each cell writes its exact envelope over `out`'s old members; what it
- * wrote reads back, and its copy outlives it, writing the same value. */
-TEST(Scalar, WritesTheExactEnvelopeWhichReadsAndCopiesBack) {
+/* Each cell's copy, which outlives it, writes its exact envelope over
+ * `out`'s old members. */
+TEST(Scalar, CopiesWriteTheExactEnvelope) {
   const struct {
     int type;
     void *cell;
@@ -47,24 +47,20 @@ TEST(Scalar, WritesTheExactEnvelopeWhichReadsAndCopiesBack) {
       {IPS, cell<IP>(nullptr), R"("")"},
       {CIPHERED, cell<Ciphered>(strdup("\"hi\" caf\xc3\xa9")),
        R"("\"hi\" caf\u00e9")"},
-      {BLOB, blob("", 0, 0), R"("")"},
       {BLOB, blob("\x80\0\xfe z\xff", 6, 6), R"("gAD+IHr/")"},
       /* No bytes behind a null pointer or a negative length. */
       {BLOB, blob("", 0, 5), R"("")"},
       {BLOB, blob("abc", 3, -1), R"("")"}};
   for (const auto &c : cases) {
     const value_type &type = value_types[c.type];
-    Json::Value out = json(R"({"__type__":"X","__value__":[1],"keep":1})");
-    EXPECT_EQ(type.write(c.cell, out), &out);
-    EXPECT_EQ(render(out), std::string(R"({"__type__":")") + type.name +
-                               R"(","__value__":)" + c.value + R"(,"keep":1})");
-    void *back = type.read(out), *copy = nullptr;
-    EXPECT_EQ(written(c.type, back), c.value);
+    void *copy = nullptr;
     type.copy(&copy, c.cell);
     type.release(c.cell);
-    EXPECT_EQ(written(c.type, copy), c.value);
+    Json::Value out = json(R"({"__type__":"X","__value__":[1],"keep":1})");
+    EXPECT_EQ(type.write(copy, out), &out);
+    EXPECT_EQ(render(out), std::string(R"({"__type__":")") + type.name +
+                               R"(","__value__":)" + c.value + R"(,"keep":1})");
     type.release(copy);
-    type.release(back);
   }
 }
 
@@ -75,11 +71,9 @@ TEST(Scalar, ReadsByTheParsingRules) {
     const char *in, *value;
   } cases[] = {
       {LONG, R"("  -42x")", R"("-42")"},
-      {LONG, R"("010")", R"("10")"},
       {LONG, R"("0x10")", R"("0")"},
       {LONG, R"("-99999999999999999999")", R"("-9223372036854775808")"},
       {ULONG, R"("0x10")", R"("16")"},
-      {ULONG, R"("010")", R"("8")"},
       {ULONG, R"("-1")", R"("18446744073709551615")"},
       {ULONG, R"("18446744073709551616")", R"("18446744073709551615")"},
       {DOUBLE, R"("1e3x")", R"("1000.000000")"},
@@ -105,18 +99,22 @@ TEST(Scalar, ReadsByTheParsingRules) {
   string_deleter(text);
 }
 
-/* Null handles write a null value and copy as null; the JSON library's
- * errors pass through (the leak checker sees nothing lost before them). */
+/* Null handles (records' too) write a null value and copy as null; the
+ * JSON library's errors pass through (the leak checker sees nothing lost
+ * before them). */
 TEST(Scalar, NullHandlesAndJsonErrors) {
-  for (int t = LONG; t <= BLOB; t++) {
-    EXPECT_EQ(written(t, nullptr), "null") << t;
+  for (int t = LONG; t <= LIST_INFO; t++) {
+    EXPECT_EQ(written(t, nullptr) + written(t, nullptr, "__properties__"),
+              "nullnull")
+        << t;
     void *slot = &slot;
     value_types[t].copy(&slot, nullptr);
     EXPECT_EQ(slot, nullptr) << t;
     value_types[t].release(nullptr);
-    for (const char *in :
-         {R"({"__value__":[1]})", R"({"__value__":{}})", "[1]"})
-      EXPECT_THROW(value_types[t].read(json(in)), Json::LogicError) << t << in;
+    if (t > BLOB)
+      continue; // records read only "__properties__"
+    for (const char *in : {R"({"__value__":[1]})", R"({"__value__":{}})"})
+      EXPECT_THROW(value_types[t].read(json(in)), Json::LogicError) << in;
   }
   EXPECT_THROW(Time_deserialize(json(R"({"__value__":"12"})")),
                Json::LogicError);
@@ -126,9 +124,9 @@ TEST(Scalar, NullHandlesAndJsonErrors) {
   EXPECT_EQ(ip_getValue(nullptr), ip_setValue(nullptr, "x"));
 }
 
+/* Fresh cells hold zero or no text; setters keep their own copy. */
 TEST(Scalar, ConstructorsAccessorsAndTextHelpers) {
   void *number = Long_new(), *real = Double_new(), *ip = IP_new();
-  EXPECT_EQ(Long_getValue(number), 0);
   Long_setValue(number, INT64_MIN);
   EXPECT_EQ(static_cast<Long *>(number)->value, INT64_MIN);
   EXPECT_EQ(written(DOUBLE, real), R"("0.000000")");
@@ -138,25 +136,18 @@ TEST(Scalar, ConstructorsAccessorsAndTextHelpers) {
   EXPECT_EQ(ip_getValue(ip), held);
   EXPECT_STREQ(ip_setValue(ip, held), text); // the cell's own text
   EXPECT_NE(ip_getValue(ip), text);
-  Json::Value out;
-  void *back = IP_deserialize(*IP_serialize(ip, out));
-  EXPECT_STREQ(ip_getValue(back), text); // every byte kept
-  IP_deleter(back);
   EXPECT_EQ(ip_setValue(ip, nullptr), nullptr);
   EXPECT_EQ(written(IPS, ip), R"("")");
   for (void *cell : {number, real, ip})
     free(cell);
-
   char *slot = nullptr;
-  EXPECT_EQ(string_copier(&slot, text), slot);
-  EXPECT_STREQ(slot, text);
+  EXPECT_STREQ(string_copier(&slot, text), text);
   void *owned = slot;
   safe_free(&owned);
-  EXPECT_EQ(owned, nullptr);
   safe_free(&owned);
   safe_free(nullptr);
-  EXPECT_EQ(string_copier(&slot, nullptr), nullptr);
-  EXPECT_EQ(slot, nullptr);
+  EXPECT_TRUE(owned == nullptr && string_copier(&slot, nullptr) == nullptr &&
+              slot == nullptr);
 }
 
 } // namespace
