@@ -30,7 +30,9 @@ done <<'TABLE'
 {"records": {"Item": {"a": "Long", "a": "Long"}}}|not JSON: Line 1, Column 36 Duplicate key: 'a'
 {"operations": {"get": {"result": "Long"}}}|operation get, field path: a path (printable text without quotes) is needed
 {"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library
-{"operations": {"get": {"path": "/x", "arguments": {"context": "Long"}}}}|operation get, field context: the call's own parameter has this name
+{"operations": {"get": {"path": "/x", "arguments": {"reply": "Long"}}}}|operation get, field reply: the call itself uses this name
+{"records": {"Owned": {}}}|record Owned: "Owned" is a name of the generated code
+{"records": {"Item": {"Long": "Long"}}}|record Item, field Long: "Long" is a name of the library
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
 TABLE
 

@@ -2,6 +2,8 @@
 
 #include <cctype>
 
+#include "layout.h"
+
 namespace velmora_gen {
 
 namespace {
@@ -33,31 +35,34 @@ std::string guard(const std::string &base) {
 
 std::string record_text(const Record &record, const Catalog &catalog) {
   const std::string &r = record.name;
-  std::string text = "/* ---- " + r + " */\n\nstruct " + r + " {\n";
-  for (const Field &field : record.fields)
-    text += "  " + catalog.info(field.type).c_type + " *" + field.name +
-            "; /**< " + type_text(field.type) + " */\n";
-  text += "};\n\n/** Every field absent; null when memory runs out. */\n" + r +
-          " *" + r + "_new(void);\nvoid " + r + "_deleter(void *" + lower(r) +
-          ");\nvoid *" + r +
-          "_deserialize(const Json::Value &in);\nJson::Value *" + r +
-          "_serialize(void *" + lower(r) + ", Json::Value &out);\nvoid " + r +
-          "_copier(void **slot, void *" + lower(r) + ");\n";
+  std::string text = "/* ---- " + r + " */\n\nstruct " + r + " {";
+  if (!record.fields.empty())
+    text += "\n";
+  for (const Field &field : record.fields) {
+    if (!field.type.element.empty())
+      text += "  /** " + type_text(field.type) + " */\n";
+    text += "  " + catalog.info(field.type).c_type + " *" + field.name + ";\n";
+  }
+  text +=
+      "};\n\n/** Every field absent; null when memory runs out. */\n" +
+      declaration(r + " *", r + "_new(", {"void"}, ");") +
+      declaration("void", r + "_deleter(", {"void *self"}, ");") +
+      declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
+                  ");") +
+      declaration("Json::Value *", r + "_serialize(",
+                  {"void *self", "Json::Value &out"}, ");") +
+      declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");");
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
-    text += getter_declaration(record, field, info, lower(r)) + ";\n" +
-            setter_declaration(record, field, info, lower(r),
-                               field.name == lower(r) ? "value" : field.name) +
-            ";\n";
+    std::string value = field.name == "self" ? "value" : field.name;
+    text += getter_declaration(record, field, info, "self", ";") +
+            setter_declaration(record, field, info, "self", value, ";");
     if (!field.type.element.empty())
       text += "/** A new empty " + type_text(field.type) + ". */\n" +
-              info.c_type + " *" + lower(r) + "_new" + capitalized(field.name) +
-              "(void);\n";
+              new_declaration(record, field, info, ";");
   }
   return text + "\n";
 }
-
-} // namespace
 
 std::string capitalized(std::string text) {
   text[0] = static_cast<char>(toupper(static_cast<unsigned char>(text[0])));
@@ -72,38 +77,68 @@ std::string parameter(const TypeInfo &info, const std::string &name) {
   return "const char *" + name;
 }
 
+std::string operation_comment(const Operation &op) {
+  std::string text = "POST " + op.path + ". ";
+  if (!op.result.empty())
+    text += "On success the reply's \"" + op.result_member +
+            "\" becomes *result, the caller's. ";
+  text += "Returns send_request's code, or -1 when the request cannot be "
+          "built";
+  return comment("", text + (op.result.empty() ? "."
+                                               : ", or -4 when the "
+                                                 "reply is not JSON "
+                                                 "or that member "
+                                                 "cannot be read."));
+}
+
+} // namespace
+
 std::string getter_declaration(const Record &record, const Field &field,
                                const TypeInfo &info,
-                               const std::string &self_name) {
+                               const std::string &self_name,
+                               const std::string &tail) {
   std::string name = lower(record.name) + "_get" + capitalized(field.name);
   std::string self = "const " + record.name + " *" + self_name;
   if (info.access == Access::scalar)
-    return "int32_t " + name + "(" + self + ", " + info.scalar + " *value)";
+    return declaration("int32_t", name + "(", {self, info.scalar + " *value"},
+                       ")" + tail);
   if (info.access == Access::handle)
-    return info.c_type + " *" + name + "(" + self + ")";
-  return "const char *" + name + "(" + self + ")";
+    return declaration(info.c_type + " *", name + "(", {self}, ")" + tail);
+  return declaration("const char *", name + "(", {self}, ")" + tail);
 }
 
 std::string setter_declaration(const Record &record, const Field &field,
                                const TypeInfo &info, const std::string &self,
-                               const std::string &value) {
-  return "void " + lower(record.name) + "_set" + capitalized(field.name) + "(" +
-         record.name + " *" + self + ", " + parameter(info, value) + ")";
+                               const std::string &value,
+                               const std::string &tail) {
+  return declaration(
+      "void", lower(record.name) + "_set" + capitalized(field.name) + "(",
+      {record.name + " *" + self, parameter(info, value)}, ")" + tail);
 }
 
-std::string operation_declaration(const Operation &op, const Catalog &catalog) {
-  std::string text = "int " + op.name + "(client_context_s *context";
+std::string new_declaration(const Record &record, const Field &field,
+                            const TypeInfo &info, const std::string &tail) {
+  return declaration(info.c_type + " *",
+                     lower(record.name) + "_new" + capitalized(field.name) +
+                         "(",
+                     {"void"}, ")" + tail);
+}
+
+std::string operation_declaration(const Operation &op, const Catalog &catalog,
+                                  const std::string &tail) {
+  std::vector<std::string> parameters{"client_context_s *context"};
   for (const Field &argument : op.arguments)
-    text += ", " + parameter(catalog.info(argument.type), argument.name);
+    parameters.push_back(parameter(catalog.info(argument.type), argument.name));
   if (!op.result.empty())
-    text += ", " + catalog.info(op.result[0]).c_type + " **result";
-  return text + ")";
+    parameters.push_back(catalog.info(op.result[0]).c_type + " **result");
+  return declaration("int", op.name + "(", parameters, ")" + tail);
 }
 
 std::string header_text(const Schema &schema, const Catalog &catalog,
                         const std::string &base) {
-  std::string text = "/* Generated by velmora-gen from " + base +
-                     ".json: edit the schema, not this file.\n" + preamble +
+  std::string top = comment("", "Generated by velmora-gen from " + base +
+                                    ".json: edit the schema, not this file.");
+  std::string text = top.substr(0, top.size() - 4) + "\n" + preamble +
                      "#ifndef " + guard(base) + "\n#define " + guard(base) +
                      "\n\n#include <cstdint>\n\n#include "
                      "<velmora/velmora.h>\n\n";
@@ -113,10 +148,8 @@ std::string header_text(const Schema &schema, const Catalog &catalog,
   for (const Record &record : schema.records)
     text += record_text(record, catalog);
   for (const Operation &op : schema.operations)
-    text += "/** POST " + op.path + "; the reply's \"" + op.result_member +
-            "\" becomes *result, the caller's.\n * send_request's code, or -4 "
-            "when the reply is not JSON or lacks it. */\n" +
-            operation_declaration(op, catalog) + ";\n\n";
+    text +=
+        operation_comment(op) + operation_declaration(op, catalog, ";") + "\n";
   return text + "#endif\n";
 }
 

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "json_order.h"
+#include "source_helpers.h"
 
 namespace velmora_gen {
 
@@ -95,6 +96,15 @@ bool identifier(const std::string &name) {
          std::end(keywords);
 }
 
+/* The generated call's own parameters and locals. */
+bool call_name(const std::string &name) {
+  for (const char *own :
+       {"context", "result", "request", "body", "reply", "code"})
+    if (name == own)
+      return true;
+  return false;
+}
+
 /* Texts written into C string literals: printable, no quote or
  * backslash. */
 bool plain_text(const std::string &text) {
@@ -115,7 +125,9 @@ private:
     *error_ = file_ + ": " + where + what;
     return false;
   }
-  bool name_ok(const std::string &where, const std::string &name);
+  /* Fields are members and may share the generated code's names. */
+  bool name_ok(const std::string &where, const std::string &name,
+               bool field = false);
   bool type_ok(const std::string &where, const Json::Value &text, Type *type);
   bool known(const Type &type) const;
   bool read_fields(const std::string &where, const Json::Value &object,
@@ -131,11 +143,14 @@ private:
   std::set<std::string> taken_; /* generated function names so far */
 };
 
-bool Reader::name_ok(const std::string &where, const std::string &name) {
+bool Reader::name_ok(const std::string &where, const std::string &name,
+                     bool field) {
   if (!identifier(name))
     return fail(where, "\"" + name + "\" is not a C identifier");
   if (library_name(name))
     return fail(where, "\"" + name + "\" is a name of the library");
+  if (!field && helper_name(name))
+    return fail(where, "\"" + name + "\" is a name of the generated code");
   return true;
 }
 
@@ -161,8 +176,10 @@ bool Reader::read_fields(const std::string &where, const Json::Value &object,
   for (const std::string &name : ordered_members(object)) {
     Field field{name, Type()};
     std::string at = where + ", field " + name + ": ";
-    if (!identifier(name))
-      return fail(at, "\"" + name + "\" is not a C identifier");
+    if (!name_ok(at, name, true))
+      return false;
+    if (records_.count(name) != 0)
+      return fail(at, "\"" + name + "\" is a record's name");
     if (!type_ok(at, object[name], &field.type))
       return false;
     fields->push_back(field);
@@ -210,9 +227,9 @@ bool Reader::read_operation(const std::string &name, const Json::Value &object,
       !read_fields(where + ", arguments", object["arguments"], &op.arguments))
     return false;
   for (const Field &argument : op.arguments)
-    if (argument.name == "context" || argument.name == "result")
+    if (call_name(argument.name) || helper_name(argument.name))
       return fail(where + ", field " + argument.name + ": ",
-                  "the call's own parameter has this name");
+                  "the call itself uses this name");
   if (object.isMember("result")) {
     op.result.emplace_back();
     if (!type_ok(where + ", field result: ", object["result"], &op.result[0]))

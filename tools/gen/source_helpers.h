@@ -23,6 +23,10 @@ std::vector<Chunk> helper_chunks(const Catalog &catalog);
 std::string used_helpers(const std::vector<Chunk> &chunks,
                          const std::string &body);
 
+/* True for the names of the helpers a generated source defines, which
+ * a record or a call must not take. */
+bool helper_name(const std::string &name);
+
 } // namespace velmora_gen
 
 #endif

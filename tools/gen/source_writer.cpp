@@ -1,3 +1,4 @@
+#include "layout.h"
 #include "source_helpers.h"
 #include "writers.h"
 
@@ -5,138 +6,165 @@ namespace velmora_gen {
 
 namespace {
 
-std::string slot(const std::string &owner, const Field &field) {
-  return "reinterpret_cast<void **>(&" + owner + "->" + field.name + ")";
+std::string quoted(const std::string &text) {
+  return "\"" + text + "\"";
 }
 
-/* A handle on a parameter's value: statements that make a temporary cell
- * for scalars and cell texts, and the expression (null when the parameter
- * is). */
-std::pair<std::string, std::string> handle(const TypeInfo &info,
-                                           const std::string &name) {
-  std::string some = name + " == nullptr ? nullptr : &cell";
-  if (info.access == Access::scalar)
-    return {"  " + info.c_type + " cell{" + name + " == nullptr ? 0 : *" +
-                name + "};\n",
-            some};
-  if (info.access == Access::cell_text)
-    return {"  " + info.c_type + " cell{const_cast<char *>(" + name + ")};\n",
-            some};
-  return {"", "const_cast<" + info.c_type + " *>(" + name + ")"};
+std::string deleter_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text =
+      declaration("void", r + "_deleter(", {"void *value"}, ") {") +
+      assignment("  ", "auto *record", "static_cast<" + r + " *>(value);") +
+      "  if (record == nullptr)\n    return;\n";
+  for (const Field &field : record.fields)
+    text += call("  ", catalog.info(field.type).deleter + "(",
+                 {"record->" + field.name}, ");");
+  return text + "  free(record);\n}\n";
 }
 
-std::string guard(const std::string &type, const std::string &name,
-                  const std::string &maker) {
-  return "  std::unique_ptr<" + type + ", void (*)(void *)> " + name + "(" +
-         maker + ", " + type + "_deleter);\n";
+std::string reader_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text = declaration("void *", r + "_deserialize(",
+                                 {"const Json::Value &in"}, ") {") +
+                     call("  ", "Owned<" + r + "> record(",
+                          {r + "_new()", r + "_deleter"}, ");") +
+                     "  try {\n    if (record == nullptr || !in.isObject())\n"
+                     "      return nullptr;\n";
+  if (!record.fields.empty())
+    text += "    const Json::Value &properties = in[\"__properties__\"];\n";
+  for (const Field &field : record.fields)
+    text += call("    ", "if (!read_field(",
+                 {"properties", quoted(field.name),
+                  catalog.info(field.type).reader, "&record->" + field.name},
+                 "))") +
+            "      return nullptr;\n";
+  return text + "  } catch (const std::exception &) {\n    return nullptr;\n"
+                "  }\n  return record.release();\n}\n";
+}
+
+std::string writer_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text = declaration("Json::Value *", r + "_serialize(",
+                                 {"void *value", "Json::Value &out"}, ") {") +
+                     assignment("  ", "const auto *record",
+                                "static_cast<const " + r + " *>(value);") +
+                     "  if (record == nullptr)\n    return &out;\n" +
+                     "  out[\"__type__\"] = " + quoted(r) + ";\n";
+  if (record.fields.empty())
+    return text +
+           "  out[\"__properties__\"] = Json::Value(Json::objectValue);\n"
+           "  return &out;\n}\n";
+  text += "  Json::Value &properties = out[\"__properties__\"];\n"
+          "  properties = Json::Value(Json::objectValue);\n";
+  for (const Field &field : record.fields)
+    text += call("  ", "write_field(",
+                 {"properties", quoted(field.name),
+                  catalog.info(field.type).serializer, "record->" + field.name},
+                 ");");
+  return text + "  return &out;\n}\n";
+}
+
+std::string copier_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text =
+      declaration("void", r + "_copier(", {"void **slot", "void *value"},
+                  ") {") +
+      assignment("  ", "const auto *record",
+                 "static_cast<const " + r + " *>(value);") +
+      "  *slot = nullptr;\n  if (record == nullptr)\n    return;\n" +
+      call("  ", "Owned<" + r + "> copy(", {r + "_new()", r + "_deleter"},
+           ");") +
+      "  if (copy == nullptr)\n    return;\n";
+  for (const Field &field : record.fields)
+    text += call("  ", "if (!copy_field(",
+                 {catalog.info(field.type).copier, "record->" + field.name,
+                  "&copy->" + field.name},
+                 "))") +
+            "    return;\n";
+  return text + "  *slot = copy.release();\n}\n";
 }
 
 std::string operations_text(const Record &record, const Catalog &catalog) {
   const std::string &r = record.name;
-  std::string reads, copies, writes, releases;
-  for (const Field &field : record.fields) {
-    TypeInfo info = catalog.info(field.type);
-    reads += std::string(reads.empty() ? "" : " ||\n        ") +
-             "!read_field(properties, \"" + field.name + "\", " + info.reader +
-             ", " + slot("record", field) + ")";
-    copies += " ||\n      !copy_field(" + info.copier + ", record->" +
-              field.name + ", " + slot("copy", field) + ")";
-    writes += "  if (record->" + field.name + " != nullptr)\n    " +
-              info.serializer + "(record->" + field.name + ", properties[\"" +
-              field.name + "\"]);\n";
-    releases += "  " + info.deleter + "(record->" + field.name + ");\n";
-  }
-  std::string text =
-      r + " *" + r + "_new(void) {\n  return static_cast<" + r +
-      " *>(calloc(1, sizeof(" + r + ")));\n}\n\nvoid " + r +
-      "_deleter(void *value) {\n  " + r + " *record = static_cast<" + r +
-      " *>(value);\n  if (record == nullptr)\n    return;\n" + releases +
-      "  free(record);\n}\n\nvoid *" + r +
-      "_deserialize(const Json::Value &in) {\n" +
-      guard(r, "record", r + "_new()") +
-      "  try {\n    if (record == nullptr || !in.isObject())\n      return "
-      "nullptr;\n";
-  if (!reads.empty())
-    text += "    const Json::Value &properties = in[\"__properties__\"];\n"
-            "    if (" +
-            reads + ")\n      return nullptr;\n";
-  text += "  } catch (const std::exception &) {\n    return nullptr;\n  }\n"
-          "  return record.release();\n}\n\nJson::Value *" +
-          r + "_serialize(void *value, Json::Value &out) {\n  const " + r +
-          " *record = static_cast<const " + r +
-          " *>(value);\n  if (record == nullptr)\n    return &out;\n"
-          "  out[\"__type__\"] = \"" +
-          r + "\";\n  " + (writes.empty() ? "" : "Json::Value &properties = ") +
-          "out[\"__properties__\"] = Json::Value(Json::objectValue);\n" +
-          writes + "  return &out;\n}\n\nvoid " + r +
-          "_copier(void **slot, void *value) {\n  const " + r +
-          " *record = static_cast<const " + r + " *>(value);\n" +
-          guard(r, "copy", "record == nullptr ? nullptr : " + r + "_new()") +
-          "  *slot = nullptr;\n  if (copy == nullptr" + copies +
-          ")\n    return;\n  *slot = copy.release();\n}\n";
-  return text;
+  return declaration(r + " *", r + "_new(", {"void"}, ") {") +
+         "  return new_record<" + r + ">();\n}\n\n" +
+         deleter_text(record, catalog) + "\n" + reader_text(record, catalog) +
+         "\n" + writer_text(record, catalog) + "\n" +
+         copier_text(record, catalog);
 }
 
 std::string getter_body(const Field &field, const TypeInfo &info) {
   const std::string member = "self->" + field.name;
   if (info.access == Access::scalar)
-    return "  if (self == nullptr || " + member +
-           " == nullptr)\n    return 0;\n  if (value != nullptr)\n    *value "
-           "= " +
-           member + "->value;\n  return 1;\n";
+    return "  if (self == nullptr)\n    return 0;\n" +
+           call("  ", "return get_number(", {member, "value"}, ");");
+  std::string text = "  if (self == nullptr)\n    return nullptr;\n";
   if (info.access == Access::cell_text)
-    return "  return self == nullptr || " + member +
-           " == nullptr ? nullptr : " + member + "->value;\n";
-  return "  return self == nullptr ? nullptr : " + member + ";\n";
+    return text + call("  ", "return cell_text(", {member}, ");");
+  return text + "  return " + member + ";\n";
+}
+
+std::string setter_body(const Field &field, const TypeInfo &info) {
+  std::string set = "set_field(";
+  if (info.access == Access::scalar)
+    set = "set_number(";
+  else if (info.access == Access::cell_text)
+    set = "set_in_cell(";
+  return "  if (self != nullptr)\n" +
+         call("    ", set,
+              {"&self->" + field.name, "value", info.copier, info.deleter},
+              ");");
 }
 
 std::string accessors_text(const Record &record, const Catalog &catalog) {
   std::string text;
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
-    std::string getter = getter_declaration(record, field, info, "self");
-    std::string setter =
-        setter_declaration(record, field, info, "self", "value");
-    auto cell = handle(info, "value");
-    text += "\n" + getter + " {\n" + getter_body(field, info) + "}\n\n" +
-            setter + " {\n  if (self == nullptr)\n    return;\n" + cell.first +
-            "  set_field(" + slot("self", field) + ", " + cell.second + ", " +
-            info.copier + ", " + info.deleter + ");\n}\n";
+    text += "\n" + getter_declaration(record, field, info, "self", " {") +
+            getter_body(field, info) + "}\n\n" +
+            setter_declaration(record, field, info, "self", "value", " {") +
+            setter_body(field, info) + "}\n";
     if (!field.type.element.empty())
-      text += "\n" + info.c_type + " *" + lower(record.name) + "_new" +
-              capitalized(field.name) + "(void) {\n  return " +
-              catalog.maker(field.type) + "();\n}\n";
+      text += "\n" + new_declaration(record, field, info, " {") +
+              call("  ", "return ", {catalog.maker(field.type) + "()"}, ";") +
+              "}\n";
   }
   return text;
 }
 
+std::string argument_text(const Field &argument, const TypeInfo &info) {
+  std::string write = "write_field(";
+  if (info.access == Access::scalar)
+    write = "write_number<" + info.c_type + ">(";
+  else if (info.access == Access::cell_text)
+    write = "write_in_cell<" + info.c_type + ">(";
+  return call(
+      "    ", write,
+      {"request", quoted(argument.name), info.serializer, argument.name}, ");");
+}
+
 std::string operation_text(const Operation &op, const Catalog &catalog) {
-  std::string text = operation_declaration(op, catalog) + " {\n";
+  std::string text = operation_declaration(op, catalog, " {");
   if (!op.result.empty())
     text += "  if (result != nullptr)\n    *result = nullptr;\n";
   text += "  std::string body, reply;\n  try {\n"
           "    Json::Value request(Json::objectValue);\n";
-  for (const Field &argument : op.arguments) {
-    TypeInfo info = catalog.info(argument.type);
-    auto cell = handle(info, argument.name);
-    text += "    if (" + argument.name + " != nullptr) {\n  " + cell.first +
-            "      " + info.serializer + "(" + cell.second + ", request[\"" +
-            argument.name + "\"]);\n    }\n";
-  }
+  for (const Field &argument : op.arguments)
+    text += argument_text(argument, catalog.info(argument.type));
   text += "    body = Json::writeString(Json::StreamWriterBuilder(), "
           "request);\n  } catch (const std::exception &) {\n    return -1;\n"
-          "  }\n  int code = send_request(context, \"" +
-          op.path + "\", body, &reply);\n";
+          "  }\n" +
+          call("  ", "int code = send_request(",
+               {"context", quoted(op.path), "body", "&reply"}, ");");
   if (op.result.empty())
     return text + "  return code;\n}\n";
   TypeInfo info = catalog.info(op.result[0]);
-  return text +
-         "  if (code != 0)\n    return code;\n  void *value = nullptr;\n"
-         "  code = read_reply(reply, \"" +
-         op.result_member + "\", " + info.reader +
-         ", &value);\n  if (result != nullptr)\n    *result = static_cast<" +
-         info.c_type + " *>(value);\n  else\n    " + info.deleter +
-         "(value);\n  return code;\n}\n";
+  return text + "  if (code != 0)\n    return code;\n" +
+         call("  ", "return read_reply(",
+              {"reply", quoted(op.result_member), info.reader, info.deleter,
+               "result"},
+              ");") +
+         "}\n";
 }
 
 } // namespace
@@ -149,8 +177,9 @@ std::string source_text(const Schema &schema, const Catalog &catalog,
             accessors_text(record, catalog);
   for (const Operation &op : schema.operations)
     body += "\n" + operation_text(op, catalog);
-  return "/* Generated by velmora-gen from " + base +
-         ".json: edit the schema, not this file. */\n#include \"" + base +
+  return comment("", "Generated by velmora-gen from " + base +
+                         ".json: edit the schema, not this file.") +
+         "#include \"" + base +
          ".h\"\n\n#include <cstdlib>\n#include <memory>\n#include <string>\n\n"
          "#include <json/json.h>\n\nnamespace {\n" +
          used_helpers(helper_chunks(catalog), body) + "\n} // namespace\n" +

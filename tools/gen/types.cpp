@@ -90,6 +90,14 @@ void Catalog::add(const Type &type) {
   containers_.push_back(type);
 }
 
+std::string container_function(const Type &type, const char *verb) {
+  if (type.name == "List")
+    return std::string("list_") + verb;
+  if (type.name == "Dict")
+    return std::string("dict_") + verb;
+  return std::string("result_set_") + verb;
+}
+
 std::string Catalog::maker(const Type &container) const {
   return "make_c" + std::to_string(ids_.at(type_text(container)));
 }
@@ -97,28 +105,23 @@ std::string Catalog::maker(const Type &container) const {
 TypeInfo Catalog::info(const Type &type) const {
   if (type.element.empty())
     return base_info(type.name);
-  std::string read = "read_c" + std::to_string(ids_.at(type_text(type)));
+  std::string id = std::to_string(ids_.at(type_text(type)));
+  TypeInfo info{
+      "result_set_s", "result_set_del", "copy_c" + id, "", "read_c" + id, "",
+      type.name,      Access::handle};
   if (type.name == "List")
-    return {"list_s", "list_del", "list_copier", "list_serialize",
-            read,     "",         "List",        Access::handle};
-  if (type.name == "Dict")
-    return {"dict_s", "dict_deleter", "dict_copier", "dict_serialize", read,
-            "",       "Dict",         Access::handle};
-  return {"result_set_s",
-          "result_set_del",
-          "resultset_copier",
-          "result_set_serialize",
-          read,
-          "",
-          "ResultSet",
-          Access::handle};
+    info.c_type = "list_s", info.deleter = "list_del";
+  else if (type.name == "Dict")
+    info.c_type = "dict_s", info.deleter = "dict_deleter";
+  info.serializer = container_function(type, "serialize");
+  return info;
 }
 
-std::string Catalog::element_ops(const Type &element) const {
+std::vector<std::string> Catalog::element_ops(const Type &element) const {
   TypeInfo e = info(element);
   if (element.element.empty() && native(element.name))
-    return e.deleter + ", nullptr, nullptr, " + e.copier;
-  return e.deleter + ", " + e.reader + ", " + e.serializer + ", " + e.copier;
+    return {e.deleter, "nullptr", "nullptr", e.copier};
+  return {e.deleter, e.reader, e.serializer, e.copier};
 }
 
 } // namespace velmora_gen

@@ -30,7 +30,7 @@ public:
   explicit Catalog(const Schema &schema);
   TypeInfo info(const Type &type) const;
   /* The four element operations a container of `element` is made with. */
-  std::string element_ops(const Type &element) const;
+  std::vector<std::string> element_ops(const Type &element) const;
   const std::vector<Type> &containers() const {
     return containers_;
   }
@@ -42,6 +42,9 @@ private:
   std::vector<Type> containers_;
   std::map<std::string, size_t> ids_;
 };
+
+/* The library's function `verb` of a container type: "list_new". */
+std::string container_function(const Type &type, const char *verb);
 
 } // namespace velmora_gen
 

@@ -14,17 +14,20 @@ std::string header_text(const Schema &schema, const Catalog &catalog,
 std::string source_text(const Schema &schema, const Catalog &catalog,
                         const std::string &base);
 
-/* Shared by both writers. */
-std::string capitalized(std::string text);
-/* The parameter a setter or an operation takes for a value of `type`,
- * named `name`. */
-std::string parameter(const TypeInfo &info, const std::string &name);
+/* Shared by both writers: declarations laid out as lines, ending in
+ * `tail` (";" in the header, " {" before a body). */
 std::string getter_declaration(const Record &record, const Field &field,
-                               const TypeInfo &info, const std::string &self);
+                               const TypeInfo &info, const std::string &self,
+                               const std::string &tail);
 std::string setter_declaration(const Record &record, const Field &field,
                                const TypeInfo &info, const std::string &self,
-                               const std::string &value);
-std::string operation_declaration(const Operation &op, const Catalog &catalog);
+                               const std::string &value,
+                               const std::string &tail);
+/* r_newField, the maker of a container field's empty value. */
+std::string new_declaration(const Record &record, const Field &field,
+                            const TypeInfo &info, const std::string &tail);
+std::string operation_declaration(const Operation &op, const Catalog &catalog,
+                                  const std::string &tail);
 
 } // namespace velmora_gen
 
