@@ -26,7 +26,7 @@ readelf -d "$real" | grep -q 'SONAME.*\[libVelmora\.so\.1\]' ||
 
 # The installed tools find the installed library through their RPATH.
 if [ "$tools" = ON ]; then
-  for tool in velmora-request velmora-devserver; do
+  for tool in velmora-request velmora-devserver velmora-gen; do
     "$prefix/bin/$tool" --help >/dev/null
     MANPATH=$prefix/share/man man -P cat "$tool" 2>&1 | grep -q "^NAME" ||
       { echo "no man page for $tool"; exit 1; }

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <string>
 
+#include <velmora/version.h>
+
 #include "infer.h"
 #include "schema.h"
 #include "types.h"
@@ -15,6 +17,7 @@ namespace {
 const char *const usage_text =
     "usage: velmora-gen [--output-dir DIR] [--name BASE] SCHEMA.json\n"
     "       velmora-gen --infer REPLY.json\n"
+    "       velmora-gen --help | --version\n"
     "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
     "(default: .); --infer prints a schema inferred from typed envelopes.\n";
 
@@ -81,6 +84,10 @@ int main(int argc, char **argv) {
   Options options;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
     fputs(usage_text, stdout);
+    return 0;
+  }
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    puts("velmora-gen " VELMORA_VERSION_STRING);
     return 0;
   }
   if (!parse_options(argc, argv, &options)) {
