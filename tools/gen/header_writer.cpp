@@ -27,7 +27,7 @@ const char *const preamble =
 std::string guard(const std::string &base) {
   std::string text = "VELMORA_GENERATED_";
   for (char c : base)
-    text += isalnum(static_cast<unsigned char>(c))
+    text += isalnum(static_cast<unsigned char>(c)) != 0
                 ? static_cast<char>(toupper(static_cast<unsigned char>(c)))
                 : '_';
   return text + "_H";

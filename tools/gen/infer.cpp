@@ -86,8 +86,15 @@ void Inferrer::note(Seen &record, const std::string &field,
       if (seen.second.empty())
         seen.second = type;
       else if (!type.empty() && type != seen.second)
-        conflicts += "record " + record.name + ", field " + field +
-                     ": seen as " + seen.second + " and as " + type + "\n";
+        conflicts.append("record ")
+            .append(record.name)
+            .append(", field ")
+            .append(field)
+            .append(": seen as ")
+            .append(seen.second)
+            .append(" and as ")
+            .append(type)
+            .append("\n");
       return;
     }
   record.fields.emplace_back(field, type);

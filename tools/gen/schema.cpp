@@ -86,11 +86,11 @@ const char *const keywords[] = {"alignas",
                                 "xor"};
 
 bool identifier(const std::string &name) {
-  if (name.empty() || isdigit(static_cast<unsigned char>(name[0])) ||
+  if (name.empty() || isdigit(static_cast<unsigned char>(name[0])) != 0 ||
       name.find("__") != std::string::npos)
     return false;
   for (char c : name)
-    if (!isalnum(static_cast<unsigned char>(c)) && c != '_')
+    if (isalnum(static_cast<unsigned char>(c)) == 0 && c != '_')
       return false;
   return std::find(std::begin(keywords), std::end(keywords), name) ==
          std::end(keywords);
@@ -113,9 +113,9 @@ bool plain_text(const std::string &text) {
   });
 }
 
-class Reader {
+class SchemaReader {
 public:
-  Reader(const std::string &file, std::string *error)
+  SchemaReader(const std::string &file, std::string *error)
       : file_(file), error_(error) {}
 
   bool read(const Json::Value &top, Schema *schema);
@@ -143,8 +143,8 @@ private:
   std::set<std::string> taken_; /* generated function names so far */
 };
 
-bool Reader::name_ok(const std::string &where, const std::string &name,
-                     bool field) {
+bool SchemaReader::name_ok(const std::string &where, const std::string &name,
+                           bool field) {
   if (!identifier(name))
     return fail(where, "\"" + name + "\" is not a C identifier");
   if (library_name(name))
@@ -154,14 +154,14 @@ bool Reader::name_ok(const std::string &where, const std::string &name,
   return true;
 }
 
-bool Reader::known(const Type &type) const {
+bool SchemaReader::known(const Type &type) const {
   if (!type.element.empty())
     return known(type.element[0]);
   return builtin_type(type.name) || records_.count(type.name) != 0;
 }
 
-bool Reader::type_ok(const std::string &where, const Json::Value &text,
-                     Type *type) {
+bool SchemaReader::type_ok(const std::string &where, const Json::Value &text,
+                           Type *type) {
   if (!text.isString())
     return fail(where, "the type must be a string");
   if (!parse_type(text.asString(), type) || !known(*type))
@@ -169,13 +169,15 @@ bool Reader::type_ok(const std::string &where, const Json::Value &text,
   return true;
 }
 
-bool Reader::read_fields(const std::string &where, const Json::Value &object,
-                         std::vector<Field> *fields) {
+bool SchemaReader::read_fields(const std::string &where,
+                               const Json::Value &object,
+                               std::vector<Field> *fields) {
   if (!object.isObject())
     return fail(where, "not an object");
   for (const std::string &name : ordered_members(object)) {
     Field field{name, Type()};
-    std::string at = where + ", field " + name + ": ";
+    std::string at = where;
+    at += ", field " + name + ": ";
     if (!name_ok(at, name, true))
       return false;
     if (records_.count(name) != 0)
@@ -187,8 +189,8 @@ bool Reader::read_fields(const std::string &where, const Json::Value &object,
   return true;
 }
 
-bool Reader::read_record(const std::string &name, const Json::Value &object,
-                         Schema *schema) {
+bool SchemaReader::read_record(const std::string &name,
+                               const Json::Value &object, Schema *schema) {
   std::string where = "record " + name;
   Record record{name, {}};
   if (!read_fields(where, object, &record.fields))
@@ -203,8 +205,8 @@ bool Reader::read_record(const std::string &name, const Json::Value &object,
   return true;
 }
 
-bool Reader::read_operation(const std::string &name, const Json::Value &object,
-                            Schema *schema) {
+bool SchemaReader::read_operation(const std::string &name,
+                                  const Json::Value &object, Schema *schema) {
   std::string where = "operation " + name;
   if (!name_ok(where + ": ", name))
     return false;
@@ -219,10 +221,11 @@ bool Reader::read_operation(const std::string &name, const Json::Value &object,
     return fail(where + ", field path: ",
                 "a path (printable text without quotes) is needed");
   op.path = path.asString();
+  const std::string field_at = where + ", field ";
   for (const std::string &member : object.getMemberNames())
     if (member != "path" && member != "arguments" && member != "result" &&
         member != "result_member")
-      return fail(where + ", field " + member + ": ", "unknown member");
+      return fail(field_at + member, ": unknown member");
   if (object.isMember("arguments") &&
       !read_fields(where + ", arguments", object["arguments"], &op.arguments))
     return false;
@@ -245,7 +248,7 @@ bool Reader::read_operation(const std::string &name, const Json::Value &object,
   return true;
 }
 
-bool Reader::read(const Json::Value &top, Schema *schema) {
+bool SchemaReader::read(const Json::Value &top, Schema *schema) {
   if (!top.isObject())
     return fail("", "the schema must be a JSON object");
   for (const std::string &member : top.getMemberNames())
@@ -293,7 +296,7 @@ bool read_schema(const std::string &file, Schema *schema, std::string *error) {
     *error = file + ": not JSON: " + why;
     return false;
   }
-  return Reader(file, error).read(top, schema);
+  return SchemaReader(file, error).read(top, schema);
 }
 
 } // namespace velmora_gen

@@ -176,7 +176,8 @@ bool mentions(const std::string &text, const std::string &name) {
        at = text.find(name, at + 1)) {
     size_t end = at + name.size();
     auto ident = [&](size_t i) {
-      return isalnum(static_cast<unsigned char>(text[i])) || text[i] == '_';
+      return isalnum(static_cast<unsigned char>(text[i])) != 0 ||
+             text[i] == '_';
     };
     // Fields and member names may share a helper's name.
     bool member = at > 0 && (text[at - 1] == '>' || text[at - 1] == '"');
