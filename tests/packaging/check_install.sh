@@ -27,7 +27,7 @@ real=$(readlink -f "$lib/libVelmora.so")
 
 # The installed tools find the installed library through their RPATH.
 if [ "$tools" = ON ]; then
-  for tool in velmora-request velmora-devserver; do
+  for tool in velmora-request velmora-devserver velmora-gen; do
     "$prefix/bin/$tool" --help >/dev/null
     MANPATH=$prefix/share/man man -P cat "$tool" 2>&1 | grep -q "^NAME" || die "no man page for $tool"
     [ "$("$prefix/bin/$tool" --version)" = "$tool $version" ] || die "$tool is not version $version"
