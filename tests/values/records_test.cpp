@@ -9,6 +9,7 @@ namespace {
 std::string written(int type, void *record) {
   Json::Value out;
   EXPECT_EQ(value_types[type].write(record, out), &out);
+  EXPECT_EQ(out["__type__"], value_types[type].name);
   return render(out["__properties__"]);
 }
 
