@@ -5,18 +5,17 @@
 # each of them, and the tools, must report the project's VERSION. Then
 # packs the build with `cpack -G DEB`, unpacks the .deb into a scratch root
 # and builds the consumer and the installed examples against that.
-# Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX VERSION TOOLS [CXXFLAGS]
+# Usage: check_install.sh BUILD_DIR CONSUMER_DIR LIBDIR CXX VERSION TOOLS
 # TOOLS is ON when the build has the tools.
 set -euo pipefail
-build=$1 consumer=$2 libdir=$3 cxx=$4 version=$5 tools=$6 flags=${7:-}
+build=$1 consumer=$2 libdir=$3 cxx=$4 version=$5 tools=$6
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix lib=$work/prefix/$libdir
 die() { echo "$*"; exit 1; }
 # SOURCE BINARY PREFIX: configures and builds a CMake project against PREFIX.
 cmake_build() {
-  cmake -S "$1" -B "$2" -DCMAKE_PREFIX_PATH="$3" -DCMAKE_CXX_COMPILER="$cxx" \
-    -DCMAKE_CXX_FLAGS="$flags" >"$work/configure.log" &&
+  cmake -S "$1" -B "$2" -DCMAKE_PREFIX_PATH="$3" -DCMAKE_CXX_COMPILER="$cxx" >"$work/configure.log" &&
     cmake --build "$2" >"$work/build.log" || die "$(cat "$work/configure.log" "$work/build.log")"
 }
 
@@ -36,8 +35,8 @@ fi
 
 echo "== pkg-config"
 export PKG_CONFIG_PATH=$lib/pkgconfig
-# shellcheck disable=SC2046,SC2086
-"$cxx" $flags -o "$work/by-pkg-config" "$consumer/consumer.cpp" \
+# shellcheck disable=SC2046
+"$cxx" -o "$work/by-pkg-config" "$consumer/consumer.cpp" \
   $(pkg-config --cflags --libs velmora) -Wl,-rpath,"$lib"
 "$work/by-pkg-config" | tee "$work/out"
 [ "$(pkg-config --modversion velmora)" = "$version" ] && grep -qx "version $version" "$work/out" ||
