@@ -10,6 +10,11 @@
 
 namespace {
 
+/* The same 16-entry table in both lanes, for byte shuffles. */
+__attribute__((target("avx2"))) __m256i both_lanes(__m128i table) {
+  return _mm256_broadcastsi128_si256(table);
+}
+
 /* Each lane's first 12 bytes as four groups of 6-bit values, one a byte,
  * in text order. */
 __attribute__((target("avx2"))) __m256i sextets(__m256i lanes) {
@@ -39,8 +44,8 @@ __attribute__((target("avx2"))) __m256i characters(__m256i values) {
   const __m128i offsets = _mm_setr_epi8(
       'a' - 26, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52, '0' - 52,
       '0' - 52, '0' - 52, '0' - 52, '0' - 52, '+' - 62, '/' - 63, 'A', 0, 0);
-  return _mm256_add_epi8(
-      values, _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(offsets), range));
+  return _mm256_add_epi8(values,
+                         _mm256_shuffle_epi8(both_lanes(offsets), range));
 }
 
 /* Nonzero bytes where the character is outside the alphabet. The high
@@ -48,14 +53,12 @@ __attribute__((target("avx2"))) __m256i characters(__m256i values) {
  * the low-nibble entry holds the classes in which that nibble is invalid. */
 __attribute__((target("avx2"))) __m256i invalid(__m256i chars,
                                                 __m256i high_nibbles) {
-  const __m256i by_low = _mm256_setr_epi8(
-      0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x1A,
-      0x1B, 0x1B, 0x1B, 0x1A, 0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
-      0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A);
-  const __m256i by_high = _mm256_setr_epi8(
-      0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08, 0x10, 0x10, 0x10, 0x10,
-      0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
-      0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10);
+  const __m256i by_low =
+      both_lanes(_mm_setr_epi8(0x15, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11, 0x11,
+                               0x11, 0x11, 0x13, 0x1A, 0x1B, 0x1B, 0x1B, 0x1A));
+  const __m256i by_high =
+      both_lanes(_mm_setr_epi8(0x10, 0x10, 0x01, 0x02, 0x04, 0x08, 0x04, 0x08,
+                               0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10, 0x10));
   const __m256i low_nibbles = _mm256_and_si256(chars, _mm256_set1_epi8(0x0F));
   return _mm256_and_si256(_mm256_shuffle_epi8(by_low, low_nibbles),
                           _mm256_shuffle_epi8(by_high, high_nibbles));
@@ -65,10 +68,9 @@ __attribute__((target("avx2"))) __m256i invalid(__m256i chars,
  * moved to a slot of its own. */
 __attribute__((target("avx2"))) __m256i values(__m256i chars,
                                                __m256i high_nibbles) {
-  const __m256i offsets = _mm256_setr_epi8(
-      0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a', 26 - 'a', 0, 0, 0,
-      0, 0, 0, 0, 0, 0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A', 26 - 'a',
-      26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m256i offsets =
+      both_lanes(_mm_setr_epi8(0, 63 - '/', 62 - '+', 52 - '0', -'A', -'A',
+                               26 - 'a', 26 - 'a', 0, 0, 0, 0, 0, 0, 0, 0));
   const __m256i slash = _mm256_cmpeq_epi8(chars, _mm256_set1_epi8('/'));
   return _mm256_add_epi8(
       chars,
