@@ -30,7 +30,7 @@ struct Tables {
       value[c] = kInvalid;
     for (int s = 0; s < 64; ++s) {
       alphabet[s] = kAlphabet[s];
-      value[int(kAlphabet[s])] = int8_t(s);
+      value[static_cast<unsigned char>(kAlphabet[s])] = int8_t(s);
       spread[s] = uint8_t(s / 4 * 3 + kOrder[s % 4]);
     }
     for (int b = 0; b < 48; ++b)
