@@ -70,8 +70,9 @@ void hmac_sha(const char *key, int key_length, const char *data,
    * inner digest fails and the output is zeros rather than a wild read. */
   uint8_t *inner =
       digest_after_pad(pads[0], data, uint64_t(int64_t(data_length)));
-  uint8_t *outer =
-      inner != nullptr ? digest_after_pad(pads[1], inner, kDigestSize) : nullptr;
+  uint8_t *outer = inner != nullptr
+                       ? digest_after_pad(pads[1], inner, kDigestSize)
+                       : nullptr;
   explicit_bzero(pads, sizeof pads);
 
   if (outer != nullptr)

@@ -11,18 +11,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <string>
 
 #include <json/json.h>
 #include <velmora/velmora.h>
 
-#include "item.h"
-
-/* string_copier in the shape of the operation set's copier. */
-static void copy_text(void **slot, void *text) {
-  string_copier(reinterpret_cast<char **>(slot), static_cast<char *>(text));
-}
+#include "items.h"
 
 int main(int argc, char **argv) {
   /* 1. The connection and credential record. */
@@ -44,10 +38,13 @@ int main(int argc, char **argv) {
   ordering_setOrder_by(order, "name");
   ordering_setAsc(order, 1);
 
-  /* A Dict of plain texts ("Unicode"), written as bare JSON strings. */
+  /* A Dict of plain texts ("Unicode"), written as bare JSON strings; it
+   * stores its own copy. */
   dict_s *search = dict_new("Unicode", string_deleter, string_deserialize,
-                            nullptr, copy_text);
-  /* The dictionary stores its own copy (through string_copier). */
+                            nullptr, [](void **slot, void *text) {
+                              string_copier(reinterpret_cast<char **>(slot),
+                                            static_cast<char *>(text));
+                            });
   dict_add(search, "address", const_cast<char *>("192.0.2.3"));
 
   ListInfo *query = ListInfo_new();
@@ -58,59 +55,42 @@ int main(int argc, char **argv) {
   Ordering_deleter(order);
   dict_free(search);
 
-  /* 3. Serialize into the document the operation expects, render it. */
-  Json::Value request;
-  ListInfo_serialize(query, request["list_info"]);
-  ListInfo_deleter(query);
-  std::string body = Json::writeString(Json::StreamWriterBuilder(), request);
-
-  /* 4. Send it. A server whose clock differs refuses our date once; the
-   *    library then corrects context->clock_offset and sends again. */
+  /* 3. The call, generated from items.json: it writes the request
+   *    document, sends it and reads the page. A server whose clock differs
+   *    refuses our date once; the library then corrects
+   *    context->clock_offset and sends again. */
   printf("clock_offset before the call: %lld s\n",
          static_cast<long long>(context->clock_offset));
-  std::string reply;
-  int result = send_request(context, "/items/list", body, &reply);
+  result_set_s *page = nullptr;
+  int result = items_list(context, query, &page);
+  ListInfo_deleter(query);
   printf("clock_offset after the call:  %lld s\n",
          static_cast<long long>(context->clock_offset));
   if (result != 0) {
-    fprintf(stderr, "list_items: send_request gave %d%s%s\n", result,
-            reply.empty() ? "" : ": ", reply.c_str());
+    fprintf(stderr, "list_items: items_list gave %d\n", result);
     client_context_free(context);
     return 1;
   }
 
-  /* 5. Parse the reply and read the page with the item's operations. */
-  Json::Value document;
-  std::string error;
-  std::unique_ptr<Json::CharReader> reader(
-      Json::CharReaderBuilder().newCharReader());
-  if (!reader->parse(reply.data(), reply.data() + reply.size(), &document,
-                     &error) ||
-      !document.isObject()) {
-    fprintf(stderr, "list_items: the reply is not a JSON object\n");
-    client_context_free(context);
-    return 1;
-  }
-  result_set_s *page = result_set_new("Item", Item_deleter, Item_deserialize,
-                                      Item_serialize, Item_copier);
-  result_set_deserialize(page, document["result"]);
-
+  /* 4. Print the page with the generated accessors. */
   int count = result_get_nb_elements(page);
   printf("%d of %d items at 192.0.2.3, by name:\n", count,
          result_set_get_total_items(page));
   for (int i = 0; i < count; i++) {
-    Item *item = static_cast<Item *>(result_set_get(page, i));
-    time_t created = static_cast<time_t>(item->created->value);
+    const Item *item = static_cast<Item *>(result_set_get(page, i));
+    int64_t id = 0, when = 0;
+    item_getId(item, &id);
+    item_getCreated(item, &when);
+    time_t created = static_cast<time_t>(when);
     struct tm day;
     char text[16] = "?";
     if (gmtime_r(&created, &day) != nullptr)
       strftime(text, sizeof text, "%Y-%m-%d", &day);
-    printf("  %3lld  %-12s %-12s %s\n",
-           static_cast<long long>(Long_getValue(item->id)), item->name,
-           ip_getValue(item->address), text);
+    printf("  %3lld  %-12s %-12s %s\n", static_cast<long long>(id),
+           item_getName(item), item_getAddress(item), text);
   }
 
-  /* 6. Release everything: the page owns its items. */
+  /* 5. Release everything: the page owns its items. */
   result_set_del(page);
   client_context_free(context);
   return 0;

@@ -28,7 +28,7 @@
 #include <velmora/velmora.h>
 
 #include "devserver_script.h"
-#include "item.h"
+#include "items.h"
 
 namespace {
 
@@ -316,9 +316,12 @@ std::vector<ItemHandle> make_catalogue() {
   for (int i = 0; i < count; i++) {
     std::string address = "192.0.2." + std::to_string(1 + i % 4);
     int64_t created = 1700000000 + int64_t{86400} * ((i * 13) % count);
-    items.emplace_back(
-        Item_new(i + 1, names[(i * 17) % count], address.c_str(), created),
-        Item_deleter);
+    int64_t id = i + 1;
+    items.emplace_back(Item_new(), Item_deleter);
+    item_setId(items.back().get(), &id);
+    item_setName(items.back().get(), names[(i * 17) % count]);
+    item_setAddress(items.back().get(), address.c_str());
+    item_setCreated(items.back().get(), &created);
   }
   return items;
 }

@@ -174,8 +174,11 @@ TEST(Base64, EveryPathMatchesOpenSslAndTheScalarPath) {
   }
   setlocale(LC_CTYPE, "C");
   velmora::base64_force(Base64Path::best);
-  const std::pair<const char *, const char *> prefixes[] = {
-      {"Zm9v!mFy", "foo"}, {"Zm9vYmE", "fooba"}, {"Zm9vY=", "foo"}};
+  const std::pair<std::string, const char *> prefixes[] = {
+      {"Zm9v!mFy", "foo"},
+      {std::string("Zm9v\0AAA", 8), "foo"},
+      {"Zm9vYmE", "fooba"},
+      {"Zm9vY=", "foo"}};
   for (const auto &[text, bytes] : prefixes)
     EXPECT_EQ(decode(text), bytes) << text;
 }

@@ -56,6 +56,7 @@ struct Call {
   const char *user = "u", *token = nullptr, *hash = nullptr;
   std::string path = "/p", key = "host-key", line = ": host-key",
               host = "127.0.0.1";
+  int64_t offset = -400 * 86400;
 };
 
 /* Each request goes to the path with the body byte for byte and the key
@@ -67,11 +68,13 @@ struct Call {
  * and sends again, newly dated and signed: at most three attempts; any
  * other refusal, an unsigned request's or one without a readable date ends
  * the call, `out` unchanged. A CR, LF or NUL in a token that would be sent
- * or in the key, or a NUL in the path or host, refuses the request before
- * anything is sent; a line break in the path makes a URL libcurl rejects. */
+ * or in the key, a NUL in the path or host, or a date that cannot be
+ * written refuses the request before anything is sent; a line break in the
+ * path makes a URL libcurl rejects. */
 TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
   const std::string resync = http_reply(401, "auth_error: 1\r\nDate: @\r\n"),
                     body("{\0}\xff\n", 5);
+  const int64_t far = INT64_MAX / 2; // no calendar reaches it
   const Call calls[] = {
       {{ok}, 0, "0(traced)", 1, "u", nullptr, nullptr, "/a?c=%20"},
       {{ok}, 0, "0", 1, "u", nullptr, "any text", "/p", "", ":"},
@@ -93,7 +96,8 @@ TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
       {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", nul},
       {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p" + nul},
       {{ok}, 0, "-2Error: [3]", 0, "u", nullptr, nullptr, "/a\r\nX: 1"},
-      {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", "k", "", nul}};
+      {{ok}, 0, "-1", 0, "u", nullptr, nullptr, "/p", "k", "", nul},
+      {{ok}, 0, "-1", 0, "u", 0, 0, "/", "k", ": k", "127.0.0.1", far}};
   for (const Call &c : calls) {
     LoopbackServer server(c.replies, c.lead);
     Context context(client_context_new(), client_context_free);
@@ -105,7 +109,7 @@ TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
     client_context_set_token(record, c.token);
     *record->auth_key = c.key;
     *record->host = c.host;
-    record->clock_offset = -400 * 86400;
+    record->clock_offset = c.offset;
     record->verbose = c.result.find("(traced)") != std::string::npos;
     std::string out = "kept";
     const time_t before = time(nullptr) + record->clock_offset;
@@ -116,7 +120,7 @@ TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
     const std::vector<std::string> requests = server.requests();
     ASSERT_EQ(requests.size(), c.requests) << c.replies[0];
     /* Each refusal of a signed request moved the offset by the lead. */
-    EXPECT_EQ(record->clock_offset + 400 * 86400,
+    EXPECT_EQ(record->clock_offset - c.offset,
               *c.user ? c.lead * int64_t(c.requests - answered) : 0);
     const std::string key = c.token  ? c.token
                             : c.hash ? c.hash
@@ -187,7 +191,9 @@ TEST(ClientContext, DefaultsAndSetters) {
             "-50123");
   client_context_set_password(c, "pw");
   EXPECT_EQ(client_context_get_password_sha1(c), nullptr);
-  EXPECT_EQ(client_context_get_user(nullptr), client_context_get_user(c));
+  client_context_set_user(c, "u");
+  EXPECT_STREQ(client_context_get_user(c), "u");
+  EXPECT_EQ(client_context_get_user(nullptr), nullptr);
   EXPECT_EQ(client_context_get_password_sha1(nullptr), nullptr);
   client_context_clean(&own);
 }

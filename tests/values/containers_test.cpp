@@ -146,7 +146,8 @@ TEST(List, WritesBareNativeValuesEnvelopesOrNull) {
  * each time), then what the container holds. A list reads an array whose
  * "__sub_type__" is a leading part of its own (absent is "Unknown"), a page
  * also its total, a dictionary an object's members. Types other than the
- * native ones need their deserializer. */
+ * native ones need their deserializer. An entry that cannot be converted
+ * raises at the first read ("#"), keeping what came before it. */
 TEST(List, ReadsWhatItsSubTypeAcceptsAndCanReach) {
   const struct {
     kind k;
@@ -173,7 +174,8 @@ TEST(List, ReadsWhatItsSubTypeAcceptsAndCanReach) {
        R"({"aa":"","b":"-3","zz":"\u00e9"})"},
       {DICT, INTEGER, R"("Int")", R"({"a":1})", R"({"a":1})"},
       {DICT, INTEGER, R"("Ints")", R"({"a":1})", "{}"},
-      {DICT, INTEGER, R"("")", "[1]", "{}"}};
+      {DICT, INTEGER, R"("")", "[1]", "{}"},
+      {DICT, INTEGER, R"("")", R"({"a":1,"b":"x"})", R"(#{"a":1})"}};
   for (const auto &c : cases) {
     const value_type &t = value_types[c.type];
     void *held = make(c.k, c.name ? c.name : t.name, t);
@@ -182,32 +184,29 @@ TEST(List, ReadsWhatItsSubTypeAcceptsAndCanReach) {
     const Json::Value in =
         json("{" + sub_type + R"("__elements__":)" + c.elements + "}");
     std::string printed = capture_stdout([&] {
-      EXPECT_EQ(read(c.k, held, in), held);
-      EXPECT_EQ(read(c.k, held, in), held);
+      if (c.held[0] == '#')
+        EXPECT_ANY_THROW(read(c.k, held, in));
+      else
+        for (int twice : {0, 1})
+          EXPECT_EQ(read(c.k, held, in), held) << twice;
     });
     EXPECT_EQ(printed + shown(c.k, held),
               (c.held[0] == '!' ? "Out the loopOut the loop" : "") +
-                  std::string(c.held + (c.held[0] == '!')))
+                  std::string(c.held + (c.held[0] == '!' || c.held[0] == '#')))
         << c.elements;
     drop(c.k, held);
   }
 }
 
-/* Positions an array never set read as null; an entry or member that
- * cannot be converted raises and keeps what came before it. */
-TEST(List, ReadingStopsAtAnEntryThatCannotBeConverted) {
+/* Positions a sparse array never set read as null. */
+TEST(List, PositionsNeverSetReadAsNull) {
   Json::Value sparse = json(R"({"__sub_type__":""})");
   sparse["__elements__"][2] = 5;
   sparse["__elements__"][4] = "x";
-  const value_type &t = value_types[INTEGER];
-  void *list = make(LIST, "Integer", t), *dict = make(DICT, "Integer", t);
+  void *list = make(LIST, "Integer", value_types[INTEGER]);
   EXPECT_ANY_THROW(read(LIST, list, sparse));
-  EXPECT_ANY_THROW(read(DICT, dict,
-                        json(R"({"__sub_type__":"",)"
-                             R"("__elements__":{"a":1,"b":"x"}})")));
-  EXPECT_EQ(shown(LIST, list) + shown(DICT, dict), R"([0,0,5,0]{"a":1})");
+  EXPECT_EQ(shown(LIST, list), "[0,0,5,0]");
   drop(LIST, list);
-  drop(DICT, dict);
 }
 
 /* Lookups and removal find the oldest entry of a key; each entry removed

@@ -24,12 +24,13 @@ const Json::Value kSource = json(
     R"("order_by":"n"}},"search_parameters":{"__sub_type__":"",)"
     R"("__elements__":{"a":"x","b":"y"}}}})");
 const Json::Value kNumbers =
-    json(R"({"__sub_type__":"","__elements__":[1,2,3]})");
+    json(R"({"__sub_type__":"","__elements__":[1,2,3,4,5]})");
 const Json::Value kMembers =
     json(R"({"__sub_type__":"","__elements__":{"m":"1","n":"2"}})");
 
-/* Four texts (full: the next add grows the array), two Integers, texts by
- * name (copied in, or taken as read), a request. */
+/* Four texts (full: the next add grows the array), five Integers (a copy
+ * grows its array), texts by name (copied in, or taken as read), a
+ * request. */
 void *texts() {
   return list_deserialize(
       list_new("Unicode", string_deleter, 0, 0, text_copier), kSource);

@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Bad schemas and the one line that refuses each (exit 2, nothing written);
+# then --infer on a reply, with and without a conflicting field.
+# Usage: schemas.sh VELMORA_GEN
+set -euo pipefail
+gen=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failed=0
+while IFS='|' read -r schema message; do
+  printf '%s' "$schema" >"$work/s.json"
+  status=0
+  "$gen" --output-dir "$work" "$work/s.json" 2>"$work/err" || status=$?
+  if [ "$status" != 2 ] || [ "$(cat "$work/err")" != "velmora-gen: $work/s.json: $message" ] ||
+    [ -e "$work/s.h" ] || [ -e "$work/s.cpp" ]; then
+    echo "FAIL: $schema: exit $status, $(cat "$work/err")"
+    failed=1
+  fi
+done <<'TABLE'
+{"records": |not JSON: Line 1, Column 13 Syntax error: value, object or array expected.
+[]|the schema must be a JSON object
+{"records": {"Item": {"id": "Lng"}}}|record Item, field id: unknown type "Lng"
+{"records": {"Item": {"id": "List<Item"}}}|record Item, field id: unknown type "List<Item"
+{"records": {"Item": {"id": 5}}}|record Item, field id: the type must be a string
+{"records": {"It em": {}}}|record It em: "It em" is not a C identifier
+{"records": {"Item": {"2x": "Long"}}}|record Item, field 2x: "2x" is not a C identifier
+{"records": {"Item": {"class": "Long"}}}|record Item, field class: "class" is not a C identifier
+{"records": {"ListInfo": {}}}|record ListInfo: "ListInfo" is a name of the library
+{"records": {"Item": {}, "ITEM": {}}}|record ITEM: its accessors' prefix "item" is taken
+{"records": {"Item": {"a": "Long", "a": "Long"}}}|not JSON: Line 1, Column 36 Duplicate key: 'a'
+{"operations": {"get": {"result": "Long"}}}|operation get, field path: a path (printable text without quotes) is needed
+{"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library
+{"operations": {"get": {"path": "/x", "arguments": {"reply": "Long"}}}}|operation get, field reply: the call itself uses this name
+{"records": {"Owned": {}}}|record Owned: "Owned" is a name of the generated code
+{"records": {"Item": {"Long": "Long"}}}|record Item, field Long: "Long" is a name of the library
+{"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
+TABLE
+
+echo '{"result": {"__type__": "ResultSet", "__sub_type__": "Item", "__elements__": [
+  {"__type__": "Item", "__properties__": {"id": {"__type__": "Long", "__value__": "1"},
+   "name": "a", "tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": []}}},
+  {"__type__": "Item", "__properties__": {"name": null, "part": {"__type__": "Part",
+   "__properties__": {"ok": true}}}}]}}' >"$work/reply.json"
+"$gen" --infer "$work/reply.json" >"$work/inferred.json"
+[ "$(tr -d ' \n' <"$work/inferred.json")" = \
+  '{"records":{"Item":{"id":"Long","name":"Unicode","tags":"List<Unicode>","part":"Part"},"Part":{"ok":"Boolean"}}}' ] &&
+  "$gen" --output-dir "$work" "$work/inferred.json" ||
+  { echo "FAIL: inferred $(cat "$work/inferred.json")"; failed=1; }
+sed -i 's/"name": null/"name": 3/' "$work/reply.json"
+status=0
+"$gen" --infer "$work/reply.json" >/dev/null 2>"$work/err" || status=$?
+[ "$status" = 2 ] &&
+  [ "$(cat "$work/err")" = "velmora-gen: record Item, field name: seen as Unicode and as Integer" ] ||
+  { echo "FAIL: conflict: exit $status, $(cat "$work/err")"; failed=1; }
+exit $failed

@@ -1,0 +1,156 @@
+#include "writers.h"
+
+#include <cctype>
+
+#include "layout.h"
+
+namespace velmora_gen {
+
+namespace {
+
+const char *const preamble =
+    " *\n"
+    " * Each record R has R_new, R_deleter, R_deserialize, R_serialize and\n"
+    " * R_copier (the operation set containers hold) and one getter and one\n"
+    " * setter per field, prefixed with the record's name in lower case. A "
+    "null\n"
+    " * member is an absent field. Getters lend: a number field gives 1 and\n"
+    " * stores its value through the out-parameter (when not null), or 0 when\n"
+    " * absent; a text gives the record's own text, any other field its own\n"
+    " * handle, null when absent. Setters copy: a null pointer makes the "
+    "field\n"
+    " * absent; when memory runs out the record stays as it was. Readers and\n"
+    " * makers give null when memory runs out or a member has the wrong "
+    "kind.\n"
+    " */\n";
+
+std::string guard(const std::string &base) {
+  std::string text = "VELMORA_GENERATED_";
+  for (char c : base)
+    text += isalnum(static_cast<unsigned char>(c)) != 0
+                ? static_cast<char>(toupper(static_cast<unsigned char>(c)))
+                : '_';
+  return text + "_H";
+}
+
+std::string record_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text = "/* ---- " + r + " */\n\nstruct " + r + " {";
+  if (!record.fields.empty())
+    text += "\n";
+  for (const Field &field : record.fields) {
+    if (!field.type.element.empty())
+      text += "  /** " + type_text(field.type) + " */\n";
+    text += "  " + catalog.info(field.type).c_type + " *" + field.name + ";\n";
+  }
+  text +=
+      "};\n\n/** Every field absent; null when memory runs out. */\n" +
+      declaration(r + " *", r + "_new(", {"void"}, ");") +
+      declaration("void", r + "_deleter(", {"void *self"}, ");") +
+      declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
+                  ");") +
+      declaration("Json::Value *", r + "_serialize(",
+                  {"void *self", "Json::Value &out"}, ");") +
+      declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");");
+  for (const Field &field : record.fields) {
+    TypeInfo info = catalog.info(field.type);
+    std::string value = field.name == "self" ? "value" : field.name;
+    text += getter_declaration(record, field, info, "self", ";") +
+            setter_declaration(record, field, info, "self", value, ";");
+    if (!field.type.element.empty())
+      text += "/** A new empty " + type_text(field.type) + ". */\n" +
+              new_declaration(record, field, info, ";");
+  }
+  return text + "\n";
+}
+
+std::string capitalized(std::string text) {
+  text[0] = static_cast<char>(toupper(static_cast<unsigned char>(text[0])));
+  return text;
+}
+
+std::string parameter(const TypeInfo &info, const std::string &name) {
+  if (info.access == Access::scalar)
+    return "const " + info.scalar + " *" + name;
+  if (info.access == Access::handle)
+    return "const " + info.c_type + " *" + name;
+  return "const char *" + name;
+}
+
+std::string operation_comment(const Operation &op) {
+  std::string text = "POST " + op.path + ". ";
+  if (!op.result.empty())
+    text += "On success the reply's \"" + op.result_member +
+            "\" becomes *result, the caller's. ";
+  text += "Returns send_request's code, or -1 when the request cannot be "
+          "built";
+  return comment("", text + (op.result.empty() ? "."
+                                               : ", or -4 when the "
+                                                 "reply is not JSON "
+                                                 "or that member "
+                                                 "cannot be read."));
+}
+
+} // namespace
+
+std::string getter_declaration(const Record &record, const Field &field,
+                               const TypeInfo &info,
+                               const std::string &self_name,
+                               const std::string &tail) {
+  std::string name = lower(record.name) + "_get" + capitalized(field.name);
+  std::string self = "const " + record.name + " *" + self_name;
+  if (info.access == Access::scalar)
+    return declaration("int32_t", name + "(", {self, info.scalar + " *value"},
+                       ")" + tail);
+  if (info.access == Access::handle)
+    return declaration(info.c_type + " *", name + "(", {self}, ")" + tail);
+  return declaration("const char *", name + "(", {self}, ")" + tail);
+}
+
+std::string setter_declaration(const Record &record, const Field &field,
+                               const TypeInfo &info, const std::string &self,
+                               const std::string &value,
+                               const std::string &tail) {
+  return declaration(
+      "void", lower(record.name) + "_set" + capitalized(field.name) + "(",
+      {record.name + " *" + self, parameter(info, value)}, ")" + tail);
+}
+
+std::string new_declaration(const Record &record, const Field &field,
+                            const TypeInfo &info, const std::string &tail) {
+  return declaration(info.c_type + " *",
+                     lower(record.name) + "_new" + capitalized(field.name) +
+                         "(",
+                     {"void"}, ")" + tail);
+}
+
+std::string operation_declaration(const Operation &op, const Catalog &catalog,
+                                  const std::string &tail) {
+  std::vector<std::string> parameters{"client_context_s *context"};
+  for (const Field &argument : op.arguments)
+    parameters.push_back(parameter(catalog.info(argument.type), argument.name));
+  if (!op.result.empty())
+    parameters.push_back(catalog.info(op.result[0]).c_type + " **result");
+  return declaration("int", op.name + "(", parameters, ")" + tail);
+}
+
+std::string header_text(const Schema &schema, const Catalog &catalog,
+                        const std::string &base) {
+  std::string top = comment("", "Generated by velmora-gen from " + base +
+                                    ".json: edit the schema, not this file.");
+  std::string text = top.substr(0, top.size() - 4) + "\n" + preamble +
+                     "#ifndef " + guard(base) + "\n#define " + guard(base) +
+                     "\n\n#include <cstdint>\n\n#include "
+                     "<velmora/velmora.h>\n\n";
+  for (const Record &record : schema.records)
+    text += "struct " + record.name + ";\n";
+  text += "\n";
+  for (const Record &record : schema.records)
+    text += record_text(record, catalog);
+  for (const Operation &op : schema.operations)
+    text +=
+        operation_comment(op) + operation_declaration(op, catalog, ";") + "\n";
+  return text + "#endif\n";
+}
+
+} // namespace velmora_gen

@@ -1,0 +1,26 @@
+/* Object members in the order the text wrote them. */
+#ifndef VELMORA_GEN_JSON_ORDER_H
+#define VELMORA_GEN_JSON_ORDER_H
+
+#include <string>
+#include <vector>
+
+#include <json/value.h>
+
+namespace velmora_gen {
+
+/* Parses `text` strictly (duplicate members refused), keeping each value's
+ * place in the text; false with a one-line `error` when it is not JSON. */
+bool parse_json(const std::string &text, Json::Value *value,
+                std::string *error);
+
+/* The member names of an object parsed by parse_json, in written order
+ * (Json::Value keeps them sorted; the values' offsets keep the order). */
+std::vector<std::string> ordered_members(const Json::Value &object);
+
+/* Reads a whole file; false when it cannot be read. */
+bool read_file(const std::string &path, std::string *text);
+
+} // namespace velmora_gen
+
+#endif

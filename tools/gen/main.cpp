@@ -1,0 +1,106 @@
+/* velmora-gen: a service's record types and calls, generated from a
+ * schema; or a schema inferred from a recorded reply. */
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include <velmora/version.h>
+
+#include "infer.h"
+#include "schema.h"
+#include "types.h"
+#include "writers.h"
+
+namespace {
+
+const char *const usage_text =
+    "usage: velmora-gen [--output-dir DIR] [--name BASE] SCHEMA.json\n"
+    "       velmora-gen --infer REPLY.json\n"
+    "       velmora-gen --help | --version\n"
+    "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
+    "(default: .); --infer prints a schema inferred from typed envelopes.\n";
+
+struct Options {
+  std::string output_dir = ".", name, schema, infer;
+};
+
+bool parse_options(int argc, char **argv, Options *options) {
+  for (int i = 1; i < argc; i++) {
+    std::string arg = argv[i];
+    bool has_value = i + 1 < argc;
+    if (arg == "--output-dir" && has_value)
+      options->output_dir = argv[++i];
+    else if (arg == "--name" && has_value)
+      options->name = argv[++i];
+    else if (arg == "--infer" && has_value)
+      options->infer = argv[++i];
+    else if (arg.empty() || arg[0] == '-' || !options->schema.empty())
+      return false;
+    else
+      options->schema = arg;
+  }
+  return options->schema.empty() != options->infer.empty();
+}
+
+std::string base_name(const std::string &path) {
+  size_t slash = path.find_last_of('/');
+  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  size_t dot = name.rfind('.');
+  return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+}
+
+bool write_file(const std::string &path, const std::string &text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+  out.close();
+  if (out)
+    return true;
+  fprintf(stderr, "velmora-gen: cannot write %s\n", path.c_str());
+  return false;
+}
+
+int generate(const Options &options) {
+  velmora_gen::Schema schema;
+  std::string error;
+  if (!velmora_gen::read_schema(options.schema, &schema, &error)) {
+    fprintf(stderr, "velmora-gen: %s\n", error.c_str());
+    return 2;
+  }
+  std::string base =
+      options.name.empty() ? base_name(options.schema) : options.name;
+  velmora_gen::Catalog catalog(schema);
+  std::string prefix = options.output_dir + "/" + base;
+  bool written = write_file(prefix + ".h",
+                            velmora_gen::header_text(schema, catalog, base)) &&
+                 write_file(prefix + ".cpp",
+                            velmora_gen::source_text(schema, catalog, base));
+  return written ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  Options options;
+  if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+    fputs(usage_text, stdout);
+    return 0;
+  }
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    puts("velmora-gen " VELMORA_VERSION_STRING);
+    return 0;
+  }
+  if (!parse_options(argc, argv, &options)) {
+    fputs(usage_text, stderr);
+    return 2;
+  }
+  if (options.infer.empty())
+    return generate(options);
+  std::string schema, error;
+  if (!velmora_gen::infer_schema(options.infer, &schema, &error)) {
+    fprintf(stderr, "velmora-gen: %s", error.c_str());
+    return 2;
+  }
+  fputs(schema.c_str(), stdout);
+  return 0;
+}

@@ -1,0 +1,63 @@
+/* The schema velmora-gen reads: records of typed fields and operations. */
+#ifndef VELMORA_GEN_SCHEMA_H
+#define VELMORA_GEN_SCHEMA_H
+
+#include <string>
+#include <vector>
+
+namespace velmora_gen {
+
+/* A field type: a base name ("Long", a record's name) or a container
+ * ("List", "Dict", "ResultSet") with exactly one element type. */
+struct Type {
+  std::string name;
+  std::vector<Type> element;
+};
+
+struct Field {
+  std::string name;
+  Type type;
+};
+
+struct Record {
+  std::string name;
+  std::vector<Field> fields;
+};
+
+struct Operation {
+  std::string name;
+  std::string path;
+  std::string result_member = "result";
+  std::vector<Field> arguments;
+  std::vector<Type> result; /* empty: the operation gives no value */
+};
+
+struct Schema {
+  std::vector<Record> records;
+  std::vector<Operation> operations;
+};
+
+/* Reads and checks `file`; on failure `error` holds one line naming the
+ * record or operation and the field. Members keep the order written. */
+bool read_schema(const std::string &file, Schema *schema, std::string *error);
+
+/* The text of `type` as a schema writes it: "List<Dict<Long>>". */
+std::string type_text(const Type &type);
+
+/* Parses a type text; false when it is not well formed. Names are not
+ * checked here. */
+bool parse_type(const std::string &text, Type *type);
+
+/* True for the library's own type, function and structure names, which a
+ * generated name must not take. */
+bool library_name(const std::string &name);
+
+/* `text` in lower case: the prefix of a record's accessors. */
+std::string lower(std::string text);
+
+/* The base types every schema may use. */
+bool builtin_type(const std::string &name);
+
+} // namespace velmora_gen
+
+#endif

@@ -1,0 +1,189 @@
+#include "layout.h"
+#include "source_helpers.h"
+#include "writers.h"
+
+namespace velmora_gen {
+
+namespace {
+
+std::string quoted(const std::string &text) {
+  return "\"" + text + "\"";
+}
+
+std::string deleter_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text =
+      declaration("void", r + "_deleter(", {"void *value"}, ") {") +
+      assignment("  ", "auto *record", "static_cast<" + r + " *>(value);") +
+      "  if (record == nullptr)\n    return;\n";
+  for (const Field &field : record.fields)
+    text += call("  ", catalog.info(field.type).deleter + "(",
+                 {"record->" + field.name}, ");");
+  return text + "  free(record);\n}\n";
+}
+
+std::string reader_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text = declaration("void *", r + "_deserialize(",
+                                 {"const Json::Value &in"}, ") {") +
+                     call("  ", "Owned<" + r + "> record(",
+                          {r + "_new()", r + "_deleter"}, ");") +
+                     "  try {\n    if (record == nullptr || !in.isObject())\n"
+                     "      return nullptr;\n";
+  if (!record.fields.empty())
+    text += "    const Json::Value &properties = in[\"__properties__\"];\n";
+  for (const Field &field : record.fields)
+    text += call("    ", "if (!read_field(",
+                 {"properties", quoted(field.name),
+                  catalog.info(field.type).reader, "&record->" + field.name},
+                 "))") +
+            "      return nullptr;\n";
+  return text + "  } catch (const std::exception &) {\n    return nullptr;\n"
+                "  }\n  return record.release();\n}\n";
+}
+
+std::string writer_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text = declaration("Json::Value *", r + "_serialize(",
+                                 {"void *value", "Json::Value &out"}, ") {") +
+                     assignment("  ", "const auto *record",
+                                "static_cast<const " + r + " *>(value);") +
+                     "  if (record == nullptr)\n    return &out;\n" +
+                     "  out[\"__type__\"] = " + quoted(r) + ";\n";
+  if (record.fields.empty())
+    return text +
+           "  out[\"__properties__\"] = Json::Value(Json::objectValue);\n"
+           "  return &out;\n}\n";
+  text += "  Json::Value &properties = out[\"__properties__\"];\n"
+          "  properties = Json::Value(Json::objectValue);\n";
+  for (const Field &field : record.fields)
+    text += call("  ", "write_field(",
+                 {"properties", quoted(field.name),
+                  catalog.info(field.type).serializer, "record->" + field.name},
+                 ");");
+  return text + "  return &out;\n}\n";
+}
+
+std::string copier_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  std::string text =
+      declaration("void", r + "_copier(", {"void **slot", "void *value"},
+                  ") {") +
+      assignment("  ", "const auto *record",
+                 "static_cast<const " + r + " *>(value);") +
+      "  *slot = nullptr;\n  if (record == nullptr)\n    return;\n" +
+      call("  ", "Owned<" + r + "> copy(", {r + "_new()", r + "_deleter"},
+           ");") +
+      "  if (copy == nullptr)\n    return;\n";
+  for (const Field &field : record.fields)
+    text += call("  ", "if (!copy_field(",
+                 {catalog.info(field.type).copier, "record->" + field.name,
+                  "&copy->" + field.name},
+                 "))") +
+            "    return;\n";
+  return text + "  *slot = copy.release();\n}\n";
+}
+
+std::string operations_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.name;
+  return declaration(r + " *", r + "_new(", {"void"}, ") {") +
+         "  return new_record<" + r + ">();\n}\n\n" +
+         deleter_text(record, catalog) + "\n" + reader_text(record, catalog) +
+         "\n" + writer_text(record, catalog) + "\n" +
+         copier_text(record, catalog);
+}
+
+std::string getter_body(const Field &field, const TypeInfo &info) {
+  const std::string member = "self->" + field.name;
+  if (info.access == Access::scalar)
+    return "  if (self == nullptr)\n    return 0;\n" +
+           call("  ", "return get_number(", {member, "value"}, ");");
+  std::string text = "  if (self == nullptr)\n    return nullptr;\n";
+  if (info.access == Access::cell_text)
+    return text + call("  ", "return cell_text(", {member}, ");");
+  return text + "  return " + member + ";\n";
+}
+
+std::string setter_body(const Field &field, const TypeInfo &info) {
+  std::string set = "set_field(";
+  if (info.access == Access::scalar)
+    set = "set_number(";
+  else if (info.access == Access::cell_text)
+    set = "set_in_cell(";
+  return "  if (self != nullptr)\n" +
+         call("    ", set,
+              {"&self->" + field.name, "value", info.copier, info.deleter},
+              ");");
+}
+
+std::string accessors_text(const Record &record, const Catalog &catalog) {
+  std::string text;
+  for (const Field &field : record.fields) {
+    TypeInfo info = catalog.info(field.type);
+    text += "\n" + getter_declaration(record, field, info, "self", " {") +
+            getter_body(field, info) + "}\n\n" +
+            setter_declaration(record, field, info, "self", "value", " {") +
+            setter_body(field, info) + "}\n";
+    if (!field.type.element.empty())
+      text += "\n" + new_declaration(record, field, info, " {") +
+              call("  ", "return ", {catalog.maker(field.type) + "()"}, ";") +
+              "}\n";
+  }
+  return text;
+}
+
+std::string argument_text(const Field &argument, const TypeInfo &info) {
+  std::string write = "write_field(";
+  if (info.access == Access::scalar)
+    write = "write_number<" + info.c_type + ">(";
+  else if (info.access == Access::cell_text)
+    write = "write_in_cell<" + info.c_type + ">(";
+  return call(
+      "    ", write,
+      {"request", quoted(argument.name), info.serializer, argument.name}, ");");
+}
+
+std::string operation_text(const Operation &op, const Catalog &catalog) {
+  std::string text = operation_declaration(op, catalog, " {");
+  if (!op.result.empty())
+    text += "  if (result != nullptr)\n    *result = nullptr;\n";
+  text += "  std::string body, reply;\n  try {\n"
+          "    Json::Value request(Json::objectValue);\n";
+  for (const Field &argument : op.arguments)
+    text += argument_text(argument, catalog.info(argument.type));
+  text += "    body = Json::writeString(Json::StreamWriterBuilder(), "
+          "request);\n  } catch (const std::exception &) {\n    return -1;\n"
+          "  }\n" +
+          call("  ", "int code = send_request(",
+               {"context", quoted(op.path), "body", "&reply"}, ");");
+  if (op.result.empty())
+    return text + "  return code;\n}\n";
+  TypeInfo info = catalog.info(op.result[0]);
+  return text + "  if (code != 0)\n    return code;\n" +
+         call("  ", "return read_reply(",
+              {"reply", quoted(op.result_member), info.reader, info.deleter,
+               "result"},
+              ");") +
+         "}\n";
+}
+
+} // namespace
+
+std::string source_text(const Schema &schema, const Catalog &catalog,
+                        const std::string &base) {
+  std::string body;
+  for (const Record &record : schema.records)
+    body += "\n" + operations_text(record, catalog) +
+            accessors_text(record, catalog);
+  for (const Operation &op : schema.operations)
+    body += "\n" + operation_text(op, catalog);
+  return comment("", "Generated by velmora-gen from " + base +
+                         ".json: edit the schema, not this file.") +
+         "#include \"" + base +
+         ".h\"\n\n#include <cstdlib>\n#include <memory>\n#include <string>\n\n"
+         "#include <json/json.h>\n\nnamespace {\n" +
+         used_helpers(helper_chunks(catalog), body) + "\n} // namespace\n" +
+         body;
+}
+
+} // namespace velmora_gen

@@ -1,0 +1,127 @@
+#include "types.h"
+
+namespace velmora_gen {
+
+namespace {
+
+struct Scalar {
+  const char *name, *c_type;
+};
+
+const Scalar scalars[] = {{"Long", "int64_t"},   {"ULong", "uint64_t"},
+                          {"Double", "double"},  {"Time", "int64_t"},
+                          {"Date", "int64_t"},   {"Integer", "int32_t"},
+                          {"Boolean", "int32_t"}};
+
+bool native(const std::string &name) {
+  return name == "Unicode" || name == "Integer" || name == "Boolean";
+}
+
+/* The library's four operations of a base type, and of a record. */
+TypeInfo base_info(const std::string &name) {
+  TypeInfo info{name,
+                name + "_deleter",
+                name + "_copier",
+                name + "_serialize",
+                name + "_deserialize",
+                "",
+                name == "ULong" ? "Long" : name,
+                Access::handle};
+  for (const Scalar &scalar : scalars)
+    if (name == scalar.name) {
+      info.access = Access::scalar;
+      info.scalar = scalar.c_type;
+    }
+  if (name == "Integer" || name == "Boolean") {
+    std::string lower = name == "Integer" ? "integer" : "boolean";
+    info.serializer = "write_" + lower;
+    info.reader = "read_" + lower;
+  } else if (name == "Unicode") {
+    info = {"char",       "string_deleter",     "copy_text",
+            "write_text", "string_deserialize", "",
+            name,         Access::text};
+  } else if (name == "IP" || name == "Ciphered") {
+    info.access = Access::cell_text;
+  }
+  return info;
+}
+
+} // namespace
+
+std::string type_text(const Type &type) {
+  if (type.element.empty())
+    return type.name;
+  return type.name + "<" + type_text(type.element[0]) + ">";
+}
+
+bool parse_type(const std::string &text, Type *type) {
+  size_t open = text.find('<');
+  if (open == std::string::npos) {
+    type->name = text;
+    type->element.clear();
+    return !text.empty() && text.find('>') == std::string::npos;
+  }
+  type->name = text.substr(0, open);
+  if (text.back() != '>' || (type->name != "List" && type->name != "Dict" &&
+                             type->name != "ResultSet"))
+    return false;
+  type->element.assign(1, Type());
+  return parse_type(text.substr(open + 1, text.size() - open - 2),
+                    &type->element[0]);
+}
+
+Catalog::Catalog(const Schema &schema) {
+  for (const Record &record : schema.records)
+    for (const Field &field : record.fields)
+      add(field.type);
+  for (const Operation &op : schema.operations) {
+    for (const Field &argument : op.arguments)
+      add(argument.type);
+    for (const Type &result : op.result)
+      add(result);
+  }
+}
+
+void Catalog::add(const Type &type) {
+  if (type.element.empty() || ids_.count(type_text(type)) != 0)
+    return;
+  add(type.element[0]);
+  ids_[type_text(type)] = containers_.size() + 1;
+  containers_.push_back(type);
+}
+
+std::string container_function(const Type &type, const char *verb) {
+  if (type.name == "List")
+    return std::string("list_") + verb;
+  if (type.name == "Dict")
+    return std::string("dict_") + verb;
+  return std::string("result_set_") + verb;
+}
+
+std::string Catalog::maker(const Type &container) const {
+  return "make_c" + std::to_string(ids_.at(type_text(container)));
+}
+
+TypeInfo Catalog::info(const Type &type) const {
+  if (type.element.empty())
+    return base_info(type.name);
+  std::string id = std::to_string(ids_.at(type_text(type)));
+  TypeInfo info{
+      "result_set_s", "result_set_del", "copy_c" + id, "", "read_c" + id, "",
+      type.name,      Access::handle};
+  if (type.name == "List")
+    info.c_type = "list_s", info.deleter = "list_del";
+  else if (type.name == "Dict")
+    info.c_type = "dict_s", info.deleter = "dict_deleter";
+  info.serializer = container_function(type, "serialize");
+  return info;
+}
+
+std::vector<std::string> Catalog::element_ops(const Type &element) const {
+  TypeInfo e = info(element);
+  if (element.element.empty() && native(element.name))
+    return {e.deleter, "nullptr", "nullptr", e.copier};
+  return {e.deleter, e.reader, e.serializer, e.copier};
+}
+
+} // namespace velmora_gen

@@ -1,0 +1,51 @@
+/* How each schema type appears in generated code. */
+#ifndef VELMORA_GEN_TYPES_H
+#define VELMORA_GEN_TYPES_H
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "schema.h"
+
+namespace velmora_gen {
+
+/* How accessors pass a field: scalars by value (a presence result and an
+ * out-parameter), texts as `const char *`, everything else as a lent
+ * handle. */
+enum class Access { scalar, text, cell_text, handle };
+
+struct TypeInfo {
+  std::string c_type; /* the member is a `c_type *` */
+  std::string deleter, copier, serializer, reader;
+  std::string scalar; /* the scalar's C type, for Access::scalar */
+  std::string wire;   /* the name written as "__sub_type__" */
+  Access access;
+};
+
+/* The container types a schema uses, each with its own maker and reader
+ * in the generated source, inner types first. */
+class Catalog {
+public:
+  explicit Catalog(const Schema &schema);
+  TypeInfo info(const Type &type) const;
+  /* The four element operations a container of `element` is made with. */
+  std::vector<std::string> element_ops(const Type &element) const;
+  const std::vector<Type> &containers() const {
+    return containers_;
+  }
+  /* "make_c<N>", the generated maker of a container type. */
+  std::string maker(const Type &container) const;
+
+private:
+  void add(const Type &type);
+  std::vector<Type> containers_;
+  std::map<std::string, size_t> ids_;
+};
+
+/* The library's function `verb` of a container type: "list_new". */
+std::string container_function(const Type &type, const char *verb);
+
+} // namespace velmora_gen
+
+#endif

@@ -1,0 +1,34 @@
+/* The generated header and source, as texts. */
+#ifndef VELMORA_GEN_WRITERS_H
+#define VELMORA_GEN_WRITERS_H
+
+#include <string>
+
+#include "schema.h"
+#include "types.h"
+
+namespace velmora_gen {
+
+std::string header_text(const Schema &schema, const Catalog &catalog,
+                        const std::string &base);
+std::string source_text(const Schema &schema, const Catalog &catalog,
+                        const std::string &base);
+
+/* Shared by both writers: declarations laid out as lines, ending in
+ * `tail` (";" in the header, " {" before a body). */
+std::string getter_declaration(const Record &record, const Field &field,
+                               const TypeInfo &info, const std::string &self,
+                               const std::string &tail);
+std::string setter_declaration(const Record &record, const Field &field,
+                               const TypeInfo &info, const std::string &self,
+                               const std::string &value,
+                               const std::string &tail);
+/* r_newField, the maker of a container field's empty value. */
+std::string new_declaration(const Record &record, const Field &field,
+                            const TypeInfo &info, const std::string &tail);
+std::string operation_declaration(const Operation &op, const Catalog &catalog,
+                                  const std::string &tail);
+
+} // namespace velmora_gen
+
+#endif
