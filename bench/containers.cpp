@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/resource.h>
+
 #include <benchmark/benchmark.h>
 #include <json/value.h>
 
@@ -15,6 +17,24 @@
 namespace {
 
 constexpr int32_t kIntegers = 1000000;
+
+/* Times `serialize` after one untimed call. A set-up that frees enough lets
+ * the allocator hand its heap top back to the system, and the next tree's
+ * ~90 MB of nodes must then be faulted in again: one such call among the
+ * two or three timed ones moved a row by half. Which side it hit depended
+ * on the set-ups, not on the code measured. */
+template <typename Serialize>
+void after_one_call(benchmark::State &state, Serialize serialize) {
+  serialize();
+  rusage before, after;
+  getrusage(RUSAGE_SELF, &before);
+  for (auto _ : state)
+    serialize();
+  getrusage(RUSAGE_SELF, &after);
+  state.counters["page_faults"] =
+      benchmark::Counter(double(after.ru_minflt - before.ru_minflt),
+                         benchmark::Counter::kAvgIterations);
+}
 
 list_s *integer_list(int32_t n) {
   list_s *list =
@@ -37,11 +57,11 @@ Json::Value integer_tree(int32_t n) {
 
 void BM_IntegerList_Serialize(benchmark::State &state) {
   list_s *list = integer_list(kIntegers);
-  for (auto _ : state) {
+  after_one_call(state, [list] {
     Json::Value out;
     list_serialize(list, out);
     benchmark::DoNotOptimize(out);
-  }
+  });
   list_del(list);
 }
 
@@ -49,7 +69,7 @@ void BM_IntegerList_SerializeJsonPeer(benchmark::State &state) {
   std::vector<int32_t> values(kIntegers);
   for (int32_t i = 0; i < kIntegers; i++)
     values[i] = i * 7 - kIntegers;
-  for (auto _ : state) {
+  after_one_call(state, [&values] {
     Json::Value out;
     out["__type__"] = "List";
     out["__sub_type__"] = "Integer";
@@ -58,7 +78,7 @@ void BM_IntegerList_SerializeJsonPeer(benchmark::State &state) {
       elements.append(Json::Value(v));
     out["__elements__"] = std::move(elements);
     benchmark::DoNotOptimize(out);
-  }
+  });
 }
 
 void BM_IntegerList_Deserialize(benchmark::State &state) {
@@ -102,11 +122,11 @@ list_s *long_list() {
 
 void BM_LongList_Serialize(benchmark::State &state) {
   list_s *list = long_list();
-  for (auto _ : state) {
+  after_one_call(state, [list] {
     Json::Value out;
     list_serialize(list, out);
     benchmark::DoNotOptimize(out);
-  }
+  });
   list_del(list);
 }
 
@@ -114,7 +134,7 @@ void BM_LongList_SerializeJsonPeer(benchmark::State &state) {
   std::vector<int64_t> values;
   for (int32_t i = 0; i < kLongs; i++)
     values.push_back(int64_t{i} * 92233720368547 - 4611686018427387904);
-  for (auto _ : state) {
+  after_one_call(state, [&values] {
     Json::Value out;
     out["__type__"] = "List";
     out["__sub_type__"] = "Long";
@@ -126,7 +146,7 @@ void BM_LongList_SerializeJsonPeer(benchmark::State &state) {
     }
     out["__elements__"] = std::move(elements);
     benchmark::DoNotOptimize(out);
-  }
+  });
 }
 
 void BM_LongList_Deserialize(benchmark::State &state) {

@@ -1,13 +1,22 @@
-/* Base64 with the standard alphabet and "=" padding, on one line. Both
- * directions run on lookup tables derived from the alphabet at load and
- * work on two characters (12 bits) per lookup. */
+/* Base64 with the standard alphabet and "=" padding, on one line. The
+ * scalar code runs on lookup tables derived from the alphabet at load and
+ * works on two characters (12 bits) per lookup; it is the reference, and
+ * it finishes whatever the vector loop picked once per process leaves. */
+#include <atomic>
 #include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <endian.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#endif
+
+#include "digest_internal.h"
 #include "velmora/digest.h"
+
+using velmora::Base64Path;
 
 namespace {
 
@@ -125,13 +134,8 @@ int decode_group(const uint8_t *in, size_t size, uint8_t *buffer, size_t &i,
   return held;
 }
 
-} // namespace
-
-std::string base64_encode(const char *bytes, unsigned int length) {
-  const uint8_t *in = reinterpret_cast<const uint8_t *>(bytes);
-  /* Sized once; the padding is already in place. */
-  std::string text((size_t(length) + 2) / 3 * 4, '=');
-  char *out = &text[0];
+/* Whole groups and the padded rest of `length` bytes, scalar. */
+void encode_scalar(const uint8_t *in, size_t length, char *out) {
   size_t i = 0;
   /* Six bytes per eight-byte load (the last two are not used), two loads
    * per round, both before any store: out may alias the input as far as
@@ -159,6 +163,102 @@ std::string base64_encode(const char *bytes, unsigned int length) {
     if (rest == 2)
       out[2] = base64_alphabet[(v >> 6) & 63];
   }
+}
+
+/* The vector loops of one path; the scalar path has none. */
+struct VectorLoops {
+  size_t (*encode)(const uint8_t *, size_t, char *);
+  size_t (*decode)(const uint8_t *, size_t, uint8_t *);
+};
+
+size_t no_encode(const uint8_t *, size_t, char *) {
+  return 0;
+}
+size_t no_decode(const uint8_t *, size_t, uint8_t *) {
+  return 0;
+}
+
+constexpr VectorLoops kScalar = {no_encode, no_decode};
+constexpr VectorLoops kAvx2 = {velmora::base64_encode_avx2,
+                               velmora::base64_decode_avx2};
+constexpr VectorLoops kAvx512 = {velmora::base64_encode_avx512,
+                                 velmora::base64_decode_avx512};
+
+const VectorLoops *best_loops() {
+  if (velmora::base64_cpu_has(Base64Path::avx512))
+    return &kAvx512;
+  return velmora::base64_cpu_has(Base64Path::avx2) ? &kAvx2 : &kScalar;
+}
+
+/* Null until the first call picks; no load-time initialiser needed. */
+std::atomic<const VectorLoops *> selected_loops{nullptr};
+
+const VectorLoops &loops() {
+  const VectorLoops *chosen = selected_loops.load(std::memory_order_relaxed);
+  if (chosen == nullptr) {
+    chosen = best_loops();
+    selected_loops.store(chosen, std::memory_order_relaxed);
+  }
+  return *chosen;
+}
+
+#if defined(__x86_64__) || defined(__i386__)
+/* The register state the OS saves and restores (XCR0), or none when the
+ * CPU lacks AVX. AVX needs the SSE and AVX halves, AVX-512 also the mask
+ * and upper-register state. */
+uint64_t os_saved_state() {
+  unsigned eax, ebx, ecx, edx;
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_OSXSAVE) == 0 ||
+      (ecx & bit_AVX) == 0)
+    return 0;
+  uint32_t low, high;
+  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return uint64_t(high) << 32 | low;
+}
+#endif
+
+} // namespace
+
+namespace velmora {
+
+bool base64_cpu_has(Base64Path path) {
+#if defined(__x86_64__) || defined(__i386__)
+  if (path == Base64Path::best || path == Base64Path::scalar)
+    return true;
+  constexpr uint64_t kAvxState = 0x6, kAvx512State = 0xE6;
+  const uint64_t saved = os_saved_state();
+  unsigned eax, ebx, ecx, edx;
+  if ((saved & kAvxState) != kAvxState ||
+      __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
+    return false;
+  if (path == Base64Path::avx2)
+    return (ebx & bit_AVX2) != 0;
+  return (saved & kAvx512State) == kAvx512State && (ebx & bit_AVX512F) != 0 &&
+         (ebx & bit_AVX512BW) != 0 && (ecx & bit_AVX512VBMI) != 0;
+#else
+  return path == Base64Path::best || path == Base64Path::scalar;
+#endif
+}
+
+bool base64_force(Base64Path path) {
+  if (!base64_cpu_has(path))
+    return false;
+  const VectorLoops *forced = path == Base64Path::scalar   ? &kScalar
+                              : path == Base64Path::avx2   ? &kAvx2
+                              : path == Base64Path::avx512 ? &kAvx512
+                                                           : best_loops();
+  selected_loops.store(forced, std::memory_order_relaxed);
+  return true;
+}
+
+} // namespace velmora
+
+std::string base64_encode(const char *bytes, unsigned int length) {
+  const uint8_t *in = reinterpret_cast<const uint8_t *>(bytes);
+  /* Sized once; the padding is already in place. */
+  std::string text((size_t(length) + 2) / 3 * 4, '=');
+  const size_t done = loops().encode(in, length, &text[0]);
+  encode_scalar(in + done, length - done, &text[done / 3 * 4]);
   return text;
 }
 
@@ -172,8 +272,8 @@ void base64_decode(const std::string &text, char **out, int &length) {
     return;
 
   const uint8_t *in = reinterpret_cast<const uint8_t *>(text.data());
-  size_t i = 0;
-  size_t o = 0;
+  size_t i = loops().decode(in, size, buffer);
+  size_t o = i / 4 * 3;
   do
     decode_wide(in, size, buffer, i, o);
   while (decode_group(in, size, buffer, i, o) == 4);

@@ -2,7 +2,10 @@
  * when an allocation fails. */
 #include <gtest/gtest.h>
 
+#include <clocale>
+#include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "../../digest/digest_internal.h"
 #include "capture_stdout.h"
@@ -119,19 +122,58 @@ TEST(HexRendering, EveryDigitInBothPlaces) {
   EXPECT_EQ(sha1_dump(stdin, raw) + pr_sha(stdin, digest, 20), 2 * EOF);
 }
 
-/* Random lengths cover every alignment of the wide loops and their tails.
- * A character outside the alphabet ends the text (fuzz/base64_decode tries
- * every one); a last group of two or three characters gives one or two
- * bytes, a lone one none. */
-TEST(Base64, RandomBytesMatchOpenSslAndTheValidPrefixDecodes) {
+/* A text of two vector widths and more with every byte value put at every
+ * position in turn. */
+std::vector<std::string> stray_texts(std::mt19937 &rng) {
+  const std::string text = oracle_base64(random_bytes(rng, 100));
+  std::vector<std::string> texts;
+  for (size_t at = 0; at < text.size(); ++at)
+    for (int put = 0; put < 256; ++put) {
+      texts.push_back(text);
+      texts.back()[at] = char(put);
+    }
+  return texts;
+}
+
+/* Random lengths cover every alignment of the wide loops and their tails,
+ * on every path the CPU has. The stray texts decode on each path as on the
+ * scalar one, under "C" and under a locale whose isalnum takes high bytes,
+ * where a letter outside the alphabet reads on as "A". A last group of two
+ * or three characters gives one or two bytes, a lone one none. */
+TEST(Base64, EveryPathMatchesOpenSslAndTheScalarPath) {
+  using velmora::Base64Path;
+  setenv("LOCPATH", LATIN1_LOCALE_PATH, 1);
   std::mt19937 rng(64);
-  for (int round = 0; round < 6000; ++round) {
-    const std::string bytes = random_bytes(rng, rng() % (round % 4 ? 40 : 700));
-    const std::string text =
-        base64_encode(bytes.data(), unsigned(bytes.size()));
-    ASSERT_EQ(text, oracle_base64(bytes)) << bytes.size() << " bytes";
-    ASSERT_EQ(decode(text), bytes) << bytes.size() << " bytes";
+  const std::vector<std::string> strays = stray_texts(rng);
+  std::vector<std::string> scalar[2];
+  /* Under latin1, isalnum takes 0xE9 ("e" acute). */
+  const std::pair<const char *, const char *> locales[] = {
+      {"C", "foo"}, {"latin1", "foo\002ar"}};
+  for (const auto path :
+       {Base64Path::scalar, Base64Path::avx2, Base64Path::avx512}) {
+    if (!velmora::base64_force(path))
+      continue;
+    for (int round = 0; round < 3000; ++round) {
+      const std::string bytes =
+          random_bytes(rng, round < 300 ? round : rng() % 700);
+      const std::string text =
+          base64_encode(bytes.data(), unsigned(bytes.size()));
+      ASSERT_EQ(text, oracle_base64(bytes)) << int(path) << ", " << round;
+      ASSERT_EQ(decode(text), bytes) << int(path) << ", " << round;
+    }
+    for (size_t l = 0; l < 2; ++l) {
+      ASSERT_NE(setlocale(LC_CTYPE, locales[l].first), nullptr);
+      EXPECT_EQ(decode("Zm9v\xe9mFy"), locales[l].second) << int(path);
+      for (size_t k = 0; k < strays.size(); ++k) {
+        if (path == Base64Path::scalar)
+          scalar[l].push_back(decode(strays[k]));
+        ASSERT_EQ(decode(strays[k]), scalar[l][k])
+            << int(path) << ", " << locales[l].first << ", text " << k;
+      }
+    }
   }
+  setlocale(LC_CTYPE, "C");
+  velmora::base64_force(Base64Path::best);
   const std::pair<std::string, const char *> prefixes[] = {
       {"Zm9v!mFy", "foo"},
       {std::string("Zm9v\0AAA", 8), "foo"},
