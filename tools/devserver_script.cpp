@@ -44,7 +44,7 @@ bool read_json_file(const std::string &name, std::string *text,
   return true;
 }
 
-/* One item of a fault's SPEC into `fault`. */
+/* One item of a FAULT into `fault`. */
 bool fault_item(const std::string &item, Fault *fault) {
   std::string rest;
   long value;
@@ -104,7 +104,7 @@ bool add_fault(Script &script, const std::string &argument, std::string *why) {
     actions += item.rfind("first=", 0) != 0;
   }
   if (!ok || actions != 1) {
-    *why = "bad fault \"" + argument + "\" (PATH:SPEC[,first=N])";
+    *why = "bad fault \"" + argument + "\" (PATH:FAULT[,first=N])";
     return false;
   }
   script.faults[argument.substr(0, colon)] = std::move(fault);

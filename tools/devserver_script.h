@@ -28,7 +28,7 @@ struct Script {
 
 /* PATH=FILE: FILE must hold JSON. False with the reason in `why`. */
 bool add_route(Script &script, const std::string &argument, std::string *why);
-/* PATH:SPEC[,first=N]; SPEC is status=N, auth-error=1, delay=Ns (or Nms),
+/* PATH:FAULT[,first=N]; FAULT is status=N, auth-error=1, delay=Ns (or Nms),
  * close or hang. False with the reason in `why`. */
 bool add_fault(Script &script, const std::string &argument, std::string *why);
 /* The fault due for this request to `path`, counted; null when none. */
