@@ -121,14 +121,9 @@ std::string Inferrer::schema() const {
 
 bool infer_schema(const std::string &file, std::string *schema,
                   std::string *error) {
-  std::string text, why;
   Json::Value reply;
-  if (!read_file(file, &text)) {
-    *error = file + ": cannot be read\n";
-    return false;
-  }
-  if (!parse_json(text, &reply, &why)) {
-    *error = file + ": not JSON: " + why + "\n";
+  if (!read_json_file(file, &reply, error)) {
+    *error += "\n";
     return false;
   }
   Inferrer inferrer;

@@ -38,14 +38,22 @@ std::vector<std::string> ordered_members(const Json::Value &object) {
   return names;
 }
 
-bool read_file(const std::string &path, std::string *text) {
+bool read_json_file(const std::string &path, Json::Value *value,
+                    std::string *error) {
   std::ifstream in(path, std::ios::binary);
-  if (!in)
-    return false;
   std::ostringstream all;
-  all << in.rdbuf();
-  *text = all.str();
-  return !in.bad();
+  if (in)
+    all << in.rdbuf();
+  if (!in || in.bad()) {
+    *error = path + ": cannot be read";
+    return false;
+  }
+  std::string why;
+  if (!parse_json(all.str(), value, &why)) {
+    *error = path + ": not JSON: " + why;
+    return false;
+  }
+  return true;
 }
 
 } // namespace velmora_gen

@@ -18,8 +18,10 @@ bool parse_json(const std::string &text, Json::Value *value,
  * (Json::Value keeps them sorted; the values' offsets keep the order). */
 std::vector<std::string> ordered_members(const Json::Value &object);
 
-/* Reads a whole file; false when it cannot be read. */
-bool read_file(const std::string &path, std::string *text);
+/* Reads and parses a whole file as parse_json does; false with a one-line
+ * `error` naming the file when it cannot be read or is not JSON. */
+bool read_json_file(const std::string &path, Json::Value *value,
+                    std::string *error);
 
 } // namespace velmora_gen
 

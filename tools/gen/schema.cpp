@@ -286,16 +286,9 @@ std::string lower(std::string text) {
 }
 
 bool read_schema(const std::string &file, Schema *schema, std::string *error) {
-  std::string text, why;
   Json::Value top;
-  if (!read_file(file, &text)) {
-    *error = file + ": cannot be read";
+  if (!read_json_file(file, &top, error))
     return false;
-  }
-  if (!parse_json(text, &top, &why)) {
-    *error = file + ": not JSON: " + why;
-    return false;
-  }
   return SchemaReader(file, error).read(top, schema);
 }
 
