@@ -9,10 +9,6 @@
 #include <cstring>
 #include <endian.h>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
-
 #include "digest_internal.h"
 #include "velmora/digest.h"
 
@@ -202,42 +198,15 @@ const VectorLoops &loops() {
   return *chosen;
 }
 
-#if defined(__x86_64__) || defined(__i386__)
-/* The register state the OS saves and restores (XCR0), or none when the
- * CPU lacks AVX. AVX needs the SSE and AVX halves, AVX-512 also the mask
- * and upper-register state. */
-uint64_t os_saved_state() {
-  unsigned eax, ebx, ecx, edx;
-  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & bit_OSXSAVE) == 0 ||
-      (ecx & bit_AVX) == 0)
-    return 0;
-  uint32_t low, high;
-  __asm__("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-  return uint64_t(high) << 32 | low;
-}
-#endif
-
 } // namespace
 
 namespace velmora {
 
 bool base64_cpu_has(Base64Path path) {
-#if defined(__x86_64__) || defined(__i386__)
-  if (path == Base64Path::best || path == Base64Path::scalar)
-    return true;
-  constexpr uint64_t kAvxState = 0x6, kAvx512State = 0xE6;
-  const uint64_t saved = os_saved_state();
-  unsigned eax, ebx, ecx, edx;
-  if ((saved & kAvxState) != kAvxState ||
-      __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
-    return false;
-  if (path == Base64Path::avx2)
-    return (ebx & bit_AVX2) != 0;
-  return (saved & kAvx512State) == kAvx512State && (ebx & bit_AVX512F) != 0 &&
-         (ebx & bit_AVX512BW) != 0 && (ecx & bit_AVX512VBMI) != 0;
-#else
-  return path == Base64Path::best || path == Base64Path::scalar;
-#endif
+  const CpuFeatures &cpu = cpu_features();
+  return path == Base64Path::avx2     ? cpu.avx2
+         : path == Base64Path::avx512 ? cpu.avx512_vbmi
+                                      : true;
 }
 
 bool base64_force(Base64Path path) {

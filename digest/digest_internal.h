@@ -9,16 +9,24 @@
 
 namespace velmora {
 
+/* The instruction sets the accelerated paths need, each true only when
+ * the operating system also saves the registers it uses. */
+struct CpuFeatures {
+  bool sha;         /* SHA extensions with SSSE3 and SSE4.1 */
+  bool avx2;        /* AVX2 */
+  bool avx512_vbmi; /* AVX-512 F, BW and VBMI */
+};
+
+/* Read from the CPU on the first call; the same afterwards. */
+const CpuFeatures &cpu_features();
+
 /* Runs `count` 64-byte blocks at `blocks` through the chaining words. */
 void sha1_compress_portable(uint32_t state[5], const uint8_t *blocks,
                             size_t count);
 
-/* Same as the portable routine; only call it when sha1_cpu_has_shani(). */
+/* Same as the portable routine; only call it when cpu_features().sha. */
 void sha1_compress_shani(uint32_t state[5], const uint8_t *blocks,
                          size_t count);
-
-/* True when the CPU has the SHA extensions and the SSE levels they need. */
-bool sha1_cpu_has_shani();
 
 /* Test-only: true sends every later block to the portable routine, false
  * goes back to the one the CPU supports best. Safe from any thread. */

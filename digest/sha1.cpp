@@ -4,16 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <cpuid.h>
-#endif
-
 #include "digest_internal.h"
 #include "velmora/digest.h"
 
 using velmora::sha1_compress_portable;
 using velmora::sha1_compress_shani;
-using velmora::sha1_cpu_has_shani;
 
 namespace {
 
@@ -23,7 +18,8 @@ constexpr uint32_t kInitialHash[5] = {0x67452301, 0xEFCDAB89, 0x98BADCFE,
                                       0x10325476, 0xC3D2E1F0};
 
 compress_fn best_compress() {
-  return sha1_cpu_has_shani() ? sha1_compress_shani : sha1_compress_portable;
+  return velmora::cpu_features().sha ? sha1_compress_shani
+                                     : sha1_compress_portable;
 }
 
 void compress_first_time(uint32_t *state, const uint8_t *blocks, size_t count);
@@ -125,21 +121,6 @@ void release(sha1_context_s *context) {
 } // namespace
 
 namespace velmora {
-
-bool sha1_cpu_has_shani() {
-#if defined(__x86_64__) || defined(__i386__)
-  unsigned eax, ebx, ecx, edx;
-  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0)
-    return false;
-  bool ssse3 = (ecx & bit_SSSE3) != 0;
-  bool sse41 = (ecx & bit_SSE4_1) != 0;
-  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0)
-    return false;
-  return ssse3 && sse41 && (ebx & bit_SHA) != 0;
-#else
-  return false;
-#endif
-}
 
 void sha1_force_portable(bool force) {
   selected_compress.store(force ? sha1_compress_portable : best_compress(),

@@ -76,7 +76,7 @@ sha1_compress_shani(uint32_t state[5], const uint8_t *blocks, size_t count) {
 
 namespace velmora {
 
-/* Never chosen: sha1_cpu_has_shani() is false off x86. */
+/* Never chosen: cpu_features().sha is false off x86. */
 void sha1_compress_shani(uint32_t state[5], const uint8_t *blocks,
                          size_t count) {
   sha1_compress_portable(state, blocks, count);
