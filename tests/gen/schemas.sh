@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Bad schemas and the one line that refuses each (exit 2, nothing written);
-# then --infer on a reply, with and without a conflicting field.
+# then --infer on a reply, with and without a conflicting field, its
+# schema generated into a directory that does not exist yet.
 # Usage: schemas.sh VELMORA_GEN
 set -euo pipefail
 gen=$1
@@ -9,6 +10,7 @@ trap 'rm -rf "$work"' EXIT
 failed=0
 while IFS='|' read -r schema message; do
   printf '%s' "$schema" >"$work/s.json"
+  rm -f "$work/s.h" "$work/s.cpp"
   status=0
   "$gen" --output-dir "$work" "$work/s.json" 2>"$work/err" || status=$?
   if [ "$status" != 2 ] || [ "$(cat "$work/err")" != "velmora-gen: $work/s.json: $message" ] ||
@@ -22,29 +24,34 @@ done <<'TABLE'
 {"records": {"Item": {"id": "Lng"}}}|record Item, field id: unknown type "Lng"
 {"records": {"Item": {"id": "List<Item"}}}|record Item, field id: unknown type "List<Item"
 {"records": {"Item": {"id": 5}}}|record Item, field id: the type must be a string
-{"records": {"It em": {}}}|record It em: "It em" is not a C identifier
-{"records": {"Item": {"2x": "Long"}}}|record Item, field 2x: "2x" is not a C identifier
-{"records": {"Item": {"class": "Long"}}}|record Item, field class: "class" is not a C identifier
-{"records": {"ListInfo": {}}}|record ListInfo: "ListInfo" is a name of the library
-{"records": {"Item": {}, "ITEM": {}}}|record ITEM: its accessors' prefix "item" is taken
+{"records": {"": {}}}|record : a name must not be empty
+{"records": {"Item": {"": "Long"}}}|record Item, field : a name must not be empty
+{"records": {"ListInfo": {}}}|record ListInfo: "ListInfo" is a type of the library
+{"records": {"List<Item>": {}}}|record List<Item>: "List<Item>" is a type of the library
 {"records": {"Item": {"a": "Long", "a": "Long"}}}|not JSON: Line 1, Column 36 Duplicate key: 'a'
+{"records": {"Item": {"a": {"type": "Long", "size": 3}}}}|record Item, field a: unknown member "size"
+{"records": {"Item": {"a": {"type": "Long", "c_name": "class"}}}}|record Item, field a: c_name "class" is not free
+{"records": {"Item": {"a": {"type": "Long", "c_name": "x"}, "b": {"type": "Long", "c_name": "x"}}}}|record Item, field b: c_name "x" is not free
+{"records": {"Item": {"fields": {}, "c_name": "_x"}}}|record Item: c_name "_x" is not free
+{"records": {"Item": {"fields": {}, "c_name": "List"}}}|record Item: c_name "List" is not free
 {"operations": {"get": {"result": "Long"}}}|operation get, field path: a path (printable text without quotes) is needed
+{"operations": {"get-x": {"path": "/x"}}}|operation get-x: "get-x" is not a C identifier
 {"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library
-{"operations": {"get": {"path": "/x", "arguments": {"reply": "Long"}}}}|operation get, field reply: the call itself uses this name
-{"records": {"Owned": {}}}|record Owned: "Owned" is a name of the generated code
-{"records": {"Item": {"Long": "Long"}}}|record Item, field Long: "Long" is a name of the library
+{"operations": {"Owned": {"path": "/x"}}}|operation Owned: "Owned" is a name of the generated code
+{"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is a record's name
+{"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
 TABLE
 
 echo '{"result": {"__type__": "ResultSet", "__sub_type__": "Item", "__elements__": [
   {"__type__": "Item", "__properties__": {"id": {"__type__": "Long", "__value__": "1"},
    "name": "a", "tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": []}}},
-  {"__type__": "Item", "__properties__": {"name": null, "part": {"__type__": "Part",
-   "__properties__": {"ok": true}}}}]}}' >"$work/reply.json"
+  {"__type__": "Item", "__properties__": {"name": null, "part": {"__type__": "pärt\"",
+   "__properties__": {"x-ok": true}}}}]}}' >"$work/reply.json"
 "$gen" --infer "$work/reply.json" >"$work/inferred.json"
 [ "$(tr -d ' \n' <"$work/inferred.json")" = \
-  '{"records":{"Item":{"id":"Long","name":"Unicode","tags":"List<Unicode>","part":"Part"},"Part":{"ok":"Boolean"}}}' ] &&
-  "$gen" --output-dir "$work" "$work/inferred.json" ||
+  '{"records":{"Item":{"id":"Long","name":"Unicode","tags":"List<Unicode>","part":"pärt\""},"pärt\"":{"x-ok":"Boolean"}}}' ] &&
+  "$gen" --output-dir "$work/made/here" "$work/inferred.json" && [ -s "$work/made/here/inferred.h" ] ||
   { echo "FAIL: inferred $(cat "$work/inferred.json")"; failed=1; }
 sed -i 's/"name": null/"name": 3/' "$work/reply.json"
 status=0

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "layout.h"
+#include "names.h"
 
 namespace velmora_gen {
 
@@ -22,6 +23,10 @@ const char *const preamble =
     " * absent; when memory runs out the record stays as it was. Readers and\n"
     " * makers give null when memory runs out or a member has the wrong "
     "kind.\n"
+    " * Members a record reads that no field names are kept as they came,\n"
+    " * copied with it and written back after its fields; r_unknownMembers\n"
+    " * lends them. Names are sent and read as the schema writes them; a\n"
+    " * comment gives the wire name where the C name differs.\n"
     " */\n";
 
 std::string guard(const std::string &base) {
@@ -33,35 +38,62 @@ std::string guard(const std::string &base) {
   return text + "_H";
 }
 
-std::string record_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
-  std::string text = "/* ---- " + r + " */\n\nstruct " + r + " {";
-  if (!record.fields.empty())
-    text += "\n";
+/* A member's, record's or argument's documentation: its doc, and its
+ * wire name where the C name differs. */
+std::string about(const std::string &doc, const std::string &wire,
+                  const std::string &c_name) {
+  if (wire == c_name)
+    return doc;
+  return doc + (doc.empty() ? "" : " ") + "Wire name: " + comment_quoted(wire) +
+         ".";
+}
+
+std::string member_text(const Field &field, const Catalog &catalog) {
+  std::string text = about(field.doc, field.name, field.c_name);
+  if (!field.type.element.empty())
+    text = type_text(field.type) + (text.empty() ? "" : ". ") + text;
+  return (text.empty() ? "" : comment("  ", text, "/**")) + "  " +
+         catalog.info(field.type).c_type + " *" + field.c_name + ";\n";
+}
+
+std::string accessors_text(const Record &record, const Catalog &catalog) {
+  std::string text;
   for (const Field &field : record.fields) {
+    TypeInfo info = catalog.info(field.type);
+    std::string value = field.c_name == "self" ? "value" : field.c_name;
+    std::string doc = field.doc.empty() ? "" : comment("", field.doc, "/**");
+    text += doc + getter_declaration(record, field, info, "self", ";") + doc +
+            setter_declaration(record, field, info, "self", value, ";");
     if (!field.type.element.empty())
-      text += "  /** " + type_text(field.type) + " */\n";
-    text += "  " + catalog.info(field.type).c_type + " *" + field.name + ";\n";
+      text += "/** A new empty " + type_text(field.type) + ". */\n" +
+              new_declaration(record, field, info, ";");
   }
+  return text;
+}
+
+std::string record_text(const Record &record, const Catalog &catalog) {
+  const std::string &r = record.c_name;
+  std::string doc = about(record.doc, record.name, r);
+  std::string text = "/* ---- " + r + " */\n\n" +
+                     (doc.empty() ? "" : comment("", doc, "/**")) + "struct " +
+                     r + " {\n";
+  for (const Field &field : record.fields)
+    text += member_text(field, catalog);
   text +=
-      "};\n\n/** Every field absent; null when memory runs out. */\n" +
+      "  /** Members read that no field names; null when none. */\n"
+      "  Json::Value *unknown_members;\n};\n\n"
+      "/** Every field absent; null when memory runs out. */\n" +
       declaration(r + " *", r + "_new(", {"void"}, ");") +
       declaration("void", r + "_deleter(", {"void *self"}, ");") +
       declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
                   ");") +
       declaration("Json::Value *", r + "_serialize(",
                   {"void *self", "Json::Value &out"}, ");") +
-      declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");");
-  for (const Field &field : record.fields) {
-    TypeInfo info = catalog.info(field.type);
-    std::string value = field.name == "self" ? "value" : field.name;
-    text += getter_declaration(record, field, info, "self", ";") +
-            setter_declaration(record, field, info, "self", value, ";");
-    if (!field.type.element.empty())
-      text += "/** A new empty " + type_text(field.type) + ". */\n" +
-              new_declaration(record, field, info, ";");
-  }
-  return text + "\n";
+      declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");") +
+      "/** Lends the members read that no field names, written back after the\n"
+      " * fields; null when none. */\n" +
+      unknown_declaration(record, ";");
+  return text + accessors_text(record, catalog) + "\n";
 }
 
 std::string capitalized(std::string text) {
@@ -78,10 +110,15 @@ std::string parameter(const TypeInfo &info, const std::string &name) {
 }
 
 std::string operation_comment(const Operation &op) {
-  std::string text = "POST " + op.path + ". ";
+  std::string text = op.doc.empty() ? "" : op.doc + " ";
+  text += "POST " + op.path + ". ";
+  for (const Field &argument : op.arguments)
+    if (!argument.doc.empty() || argument.name != argument.c_name)
+      text += argument.c_name + ": " +
+              about(argument.doc, argument.name, argument.c_name) + " ";
   if (!op.result.empty())
-    text += "On success the reply's \"" + op.result_member +
-            "\" becomes *result, the caller's. ";
+    text += "On success the reply's " + comment_quoted(op.result_member) +
+            " becomes *result, the caller's. ";
   text += "Returns send_request's code, or -1 when the request cannot be "
           "built";
   return comment("", text + (op.result.empty() ? "."
@@ -97,8 +134,8 @@ std::string getter_declaration(const Record &record, const Field &field,
                                const TypeInfo &info,
                                const std::string &self_name,
                                const std::string &tail) {
-  std::string name = lower(record.name) + "_get" + capitalized(field.name);
-  std::string self = "const " + record.name + " *" + self_name;
+  std::string name = lower(record.c_name) + "_get" + capitalized(field.c_name);
+  std::string self = "const " + record.c_name + " *" + self_name;
   if (info.access == Access::scalar)
     return declaration("int32_t", name + "(", {self, info.scalar + " *value"},
                        ")" + tail);
@@ -112,23 +149,30 @@ std::string setter_declaration(const Record &record, const Field &field,
                                const std::string &value,
                                const std::string &tail) {
   return declaration(
-      "void", lower(record.name) + "_set" + capitalized(field.name) + "(",
-      {record.name + " *" + self, parameter(info, value)}, ")" + tail);
+      "void", lower(record.c_name) + "_set" + capitalized(field.c_name) + "(",
+      {record.c_name + " *" + self, parameter(info, value)}, ")" + tail);
 }
 
 std::string new_declaration(const Record &record, const Field &field,
                             const TypeInfo &info, const std::string &tail) {
   return declaration(info.c_type + " *",
-                     lower(record.name) + "_new" + capitalized(field.name) +
+                     lower(record.c_name) + "_new" + capitalized(field.c_name) +
                          "(",
                      {"void"}, ")" + tail);
+}
+
+std::string unknown_declaration(const Record &record, const std::string &tail) {
+  return declaration("const Json::Value *",
+                     lower(record.c_name) + "_unknownMembers(",
+                     {"const " + record.c_name + " *self"}, ")" + tail);
 }
 
 std::string operation_declaration(const Operation &op, const Catalog &catalog,
                                   const std::string &tail) {
   std::vector<std::string> parameters{"client_context_s *context"};
   for (const Field &argument : op.arguments)
-    parameters.push_back(parameter(catalog.info(argument.type), argument.name));
+    parameters.push_back(
+        parameter(catalog.info(argument.type), argument.c_name));
   if (!op.result.empty())
     parameters.push_back(catalog.info(op.result[0]).c_type + " **result");
   return declaration("int", op.name + "(", parameters, ")" + tail);
@@ -143,7 +187,7 @@ std::string header_text(const Schema &schema, const Catalog &catalog,
                      "\n\n#include <cstdint>\n\n#include "
                      "<velmora/velmora.h>\n\n";
   for (const Record &record : schema.records)
-    text += "struct " + record.name + ";\n";
+    text += "struct " + record.c_name + ";\n";
   text += "\n";
   for (const Record &record : schema.records)
     text += record_text(record, catalog);

@@ -3,6 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include <json/writer.h>
+
 #include "json_order.h"
 
 namespace velmora_gen {
@@ -100,16 +102,23 @@ void Inferrer::note(Seen &record, const std::string &field,
   record.fields.emplace_back(field, type);
 }
 
+/* Any wire name as a JSON string, UTF-8 kept. */
+std::string quoted(const std::string &text) {
+  Json::StreamWriterBuilder builder;
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, Json::Value(text));
+}
+
 /* Fields only ever seen null are left out: nothing tells their type. */
 std::string Inferrer::schema() const {
   std::string text = "{\n  \"records\": {";
   for (size_t i = 0; i < records_.size(); i++) {
-    text += std::string(i == 0 ? "" : ",") + "\n    \"" + records_[i].name +
-            "\": {";
+    text += std::string(i == 0 ? "" : ",") + "\n    " +
+            quoted(records_[i].name) + ": {";
     std::string sep;
     for (const auto &field : records_[i].fields)
       if (!field.second.empty()) {
-        text += sep + "\"" + field.first + "\": \"" + field.second + "\"";
+        text += sep + quoted(field.first) + ": " + quoted(field.second);
         sep = ", ";
       }
     text += "}";

@@ -93,11 +93,16 @@ std::string assignment(const std::string &indent, const std::string &left,
   return indent + left + " =\n" + indent + "    " + right + "\n";
 }
 
-std::string comment(const std::string &indent, const std::string &text) {
-  std::istringstream words(text);
-  std::string word, line = indent + "/*", out;
+std::string comment(const std::string &indent, const std::string &text,
+                    const char *opener) {
+  std::string safe = text;
+  for (size_t at = safe.find("*/"); at != std::string::npos;
+       at = safe.find("*/", at))
+    safe.insert(at + 1, " ");
+  std::istringstream words(safe);
+  std::string word, line = indent + opener, out;
   while (words >> word) {
-    if (line.size() + 1 + word.size() > columns) {
+    if (line.size() + 1 + word.size() > columns && line != indent + opener) {
       out += line + "\n";
       line = indent + " *";
     }

@@ -29,8 +29,10 @@ std::string declaration(const std::string &type, const std::string &name,
 std::string assignment(const std::string &indent, const std::string &left,
                        const std::string &right);
 
-/* A block comment of `text`, words wrapped at 80 columns. */
-std::string comment(const std::string &indent, const std::string &text);
+// A block comment of `text`, words wrapped at 80 columns; a comment end
+// in the text is broken. An `opener` of "/**" makes it documentation.
+std::string comment(const std::string &indent, const std::string &text,
+                    const char *opener = "/*");
 
 } // namespace velmora_gen
 

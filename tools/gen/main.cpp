@@ -2,12 +2,14 @@
  * schema; or a schema inferred from a recorded reply. */
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
 #include <velmora/version.h>
 
 #include "infer.h"
+#include "names.h"
 #include "schema.h"
 #include "types.h"
 #include "writers.h"
@@ -19,7 +21,8 @@ const char *const usage_text =
     "       velmora-gen --infer REPLY.json\n"
     "       velmora-gen --help | --version\n"
     "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
-    "(default: .); --infer prints a schema inferred from typed envelopes.\n";
+    "(default: ., made when missing); --infer prints a schema inferred from\n"
+    "typed envelopes.\n";
 
 struct Options {
   std::string output_dir = ".", name, schema, infer;
@@ -50,6 +53,16 @@ std::string base_name(const std::string &path) {
   return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
+bool make_directory(const std::string &path) {
+  std::error_code error;
+  std::filesystem::create_directories(path, error);
+  if (!error)
+    return true;
+  fprintf(stderr, "velmora-gen: cannot make %s: %s\n", path.c_str(),
+          error.message().c_str());
+  return false;
+}
+
 bool write_file(const std::string &path, const std::string &text) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << text;
@@ -70,6 +83,8 @@ int generate(const Options &options) {
   std::string base =
       options.name.empty() ? base_name(options.schema) : options.name;
   velmora_gen::Catalog catalog(schema);
+  if (!make_directory(options.output_dir))
+    return 1;
   std::string prefix = options.output_dir + "/" + base;
   bool written = write_file(prefix + ".h",
                             velmora_gen::header_text(schema, catalog, base)) &&
@@ -83,7 +98,7 @@ int generate(const Options &options) {
 int main(int argc, char **argv) {
   Options options;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
-    fputs(usage_text, stdout);
+    printf("%s\n%s", usage_text, velmora_gen::naming_rule);
     return 0;
   }
   if (argc == 2 && strcmp(argv[1], "--version") == 0) {

@@ -2,108 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
 #include <set>
 
 #include "json_order.h"
-#include "source_helpers.h"
+#include "names.h"
 
 namespace velmora_gen {
 
 namespace {
-
-const char *const keywords[] = {"alignas",
-                                "alignof",
-                                "and",
-                                "asm",
-                                "auto",
-                                "bool",
-                                "break",
-                                "case",
-                                "catch",
-                                "char",
-                                "class",
-                                "const",
-                                "constexpr",
-                                "const_cast",
-                                "continue",
-                                "decltype",
-                                "default",
-                                "delete",
-                                "do",
-                                "double",
-                                "else",
-                                "enum",
-                                "explicit",
-                                "export",
-                                "extern",
-                                "false",
-                                "float",
-                                "for",
-                                "friend",
-                                "goto",
-                                "if",
-                                "inline",
-                                "int",
-                                "long",
-                                "mutable",
-                                "namespace",
-                                "new",
-                                "noexcept",
-                                "not",
-                                "nullptr",
-                                "operator",
-                                "or",
-                                "private",
-                                "protected",
-                                "public",
-                                "register",
-                                "reinterpret_cast",
-                                "return",
-                                "short",
-                                "signed",
-                                "sizeof",
-                                "static",
-                                "static_assert",
-                                "static_cast",
-                                "struct",
-                                "switch",
-                                "template",
-                                "this",
-                                "throw",
-                                "true",
-                                "try",
-                                "typedef",
-                                "typeid",
-                                "typename",
-                                "union",
-                                "unsigned",
-                                "using",
-                                "virtual",
-                                "void",
-                                "volatile",
-                                "while",
-                                "xor"};
-
-bool identifier(const std::string &name) {
-  if (name.empty() || isdigit(static_cast<unsigned char>(name[0])) != 0 ||
-      name.find("__") != std::string::npos)
-    return false;
-  for (char c : name)
-    if (isalnum(static_cast<unsigned char>(c)) == 0 && c != '_')
-      return false;
-  return std::find(std::begin(keywords), std::end(keywords), name) ==
-         std::end(keywords);
-}
-
-/* The generated call's own parameters and locals. */
-bool call_name(const std::string &name) {
-  for (const char *own :
-       {"context", "result", "request", "body", "reply", "code"})
-    if (name == own)
-      return true;
-  return false;
-}
 
 /* Texts written into C string literals: printable, no quote or
  * backslash. */
@@ -111,6 +17,22 @@ bool plain_text(const std::string &text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
     return c >= ' ' && c <= '~' && c != '"' && c != '\\';
   });
+}
+
+/* A wire name as a message shows it: on one line. */
+std::string shown(const std::string &name) {
+  bool plain = std::all_of(name.begin(), name.end(), [](char c) {
+    return static_cast<unsigned char>(c) >= ' ';
+  });
+  return plain ? name : comment_quoted(name);
+}
+
+/* A record's type text would read as another type. */
+bool library_type(const std::string &name) {
+  Type type;
+  return builtin_type(name) || name == "List" || name == "Dict" ||
+         name == "ResultSet" || !parse_type(name, &type) ||
+         !type.element.empty();
 }
 
 class SchemaReader {
@@ -125,11 +47,13 @@ private:
     *error_ = file_ + ": " + where + what;
     return false;
   }
-  /* Fields are members and may share the generated code's names. */
-  bool name_ok(const std::string &where, const std::string &name,
-               bool field = false);
+  bool wire_ok(const std::string &where, const std::string &name);
   bool type_ok(const std::string &where, const Json::Value &text, Type *type);
   bool known(const Type &type) const;
+  bool texts_ok(const std::string &where, const Json::Value &object,
+                const std::set<std::string> &members);
+  bool read_field(const std::string &where, const Json::Value &spec,
+                  Field *field);
   bool read_fields(const std::string &where, const Json::Value &object,
                    std::vector<Field> *fields);
   bool read_record(const std::string &name, const Json::Value &object,
@@ -140,17 +64,13 @@ private:
   std::string file_;
   std::string *error_;
   std::set<std::string> records_;
-  std::set<std::string> taken_; /* generated function names so far */
 };
 
-bool SchemaReader::name_ok(const std::string &where, const std::string &name,
-                           bool field) {
-  if (!identifier(name))
-    return fail(where, "\"" + name + "\" is not a C identifier");
-  if (library_name(name))
-    return fail(where, "\"" + name + "\" is a name of the library");
-  if (!field && helper_name(name))
-    return fail(where, "\"" + name + "\" is a name of the generated code");
+bool SchemaReader::wire_ok(const std::string &where, const std::string &name) {
+  if (name.empty())
+    return fail(where, "a name must not be empty");
+  if (!utf8(name))
+    return fail(where, "\"" + shown(name) + "\" is not UTF-8");
   return true;
 }
 
@@ -165,7 +85,34 @@ bool SchemaReader::type_ok(const std::string &where, const Json::Value &text,
   if (!text.isString())
     return fail(where, "the type must be a string");
   if (!parse_type(text.asString(), type) || !known(*type))
-    return fail(where, "unknown type \"" + text.asString() + "\"");
+    return fail(where, "unknown type \"" + shown(text.asString()) + "\"");
+  return true;
+}
+
+/* Only `members`, each a text. */
+bool SchemaReader::texts_ok(const std::string &where, const Json::Value &object,
+                            const std::set<std::string> &members) {
+  for (const std::string &member : ordered_members(object)) {
+    if (members.count(member) == 0)
+      return fail(where, "unknown member \"" + shown(member) + "\"");
+    if (member != "fields" && member != "arguments" &&
+        !object[member].isString())
+      return fail(where, "\"" + member + "\" must be a string");
+  }
+  return true;
+}
+
+/* A type text, or {"type": T, "c_name": N, "doc": D}. */
+bool SchemaReader::read_field(const std::string &where, const Json::Value &spec,
+                              Field *field) {
+  if (!spec.isObject())
+    return type_ok(where, spec, &field->type);
+  if (!texts_ok(where, spec, {"type", "c_name", "doc"}) ||
+      !type_ok(where, spec["type"], &field->type))
+    return false;
+  field->given = spec.isMember("c_name");
+  field->c_name = spec["c_name"].asString();
+  field->doc = spec["doc"].asString();
   return true;
 }
 
@@ -173,76 +120,66 @@ bool SchemaReader::read_fields(const std::string &where,
                                const Json::Value &object,
                                std::vector<Field> *fields) {
   if (!object.isObject())
-    return fail(where, "not an object");
+    return fail(where + ": ", "not an object");
   for (const std::string &name : ordered_members(object)) {
-    Field field{name, Type()};
-    std::string at = where;
-    at += ", field " + name + ": ";
-    if (!name_ok(at, name, true))
-      return false;
-    if (records_.count(name) != 0)
-      return fail(at, "\"" + name + "\" is a record's name");
-    if (!type_ok(at, object[name], &field.type))
+    Field field;
+    field.name = name;
+    std::string at = where + ", field " + shown(name) + ": ";
+    if (!wire_ok(at, name) || !read_field(at, object[name], &field))
       return false;
     fields->push_back(field);
   }
   return true;
 }
 
+/* Fields as an object, or {"fields": {...}, "c_name": N, "doc": D}. */
 bool SchemaReader::read_record(const std::string &name,
                                const Json::Value &object, Schema *schema) {
-  std::string where = "record " + name;
-  Record record{name, {}};
-  if (!read_fields(where, object, &record.fields))
+  std::string where = "record " + shown(name);
+  Record record;
+  record.name = name;
+  const Json::Value *fields = &object;
+  if (object.isObject() && object["fields"].isObject()) {
+    if (!texts_ok(where + ": ", object, {"fields", "c_name", "doc"}))
+      return false;
+    fields = &object["fields"];
+    record.given = object.isMember("c_name");
+    record.c_name = object["c_name"].asString();
+    record.doc = object["doc"].asString();
+  }
+  if (!read_fields(where, *fields, &record.fields))
     return false;
-  for (const Field &field : record.fields)
-    for (const char *verb : {"_get", "_set", "_new"})
-      taken_.insert(lower(name) + verb + field.name);
-  taken_.insert(name + "_new");
-  for (const char *op : {"_deleter", "_deserialize", "_serialize", "_copier"})
-    taken_.insert(name + op);
   schema->records.push_back(record);
   return true;
 }
 
 bool SchemaReader::read_operation(const std::string &name,
                                   const Json::Value &object, Schema *schema) {
-  std::string where = "operation " + name;
-  if (!name_ok(where + ": ", name))
-    return false;
-  if (taken_.count(name) != 0 || records_.count(name) != 0)
-    return fail(where + ": ", "\"" + name + "\" is a record's name");
+  std::string where = "operation " + shown(name);
   if (!object.isObject())
     return fail(where + ": ", "not an object");
+  if (!texts_ok(where + ": ", object,
+                {"path", "arguments", "result", "result_member", "doc"}))
+    return false;
   Operation op;
   op.name = name;
-  const Json::Value &path = object["path"];
-  if (!path.isString() || !plain_text(path.asString()))
+  op.path = object["path"].asString();
+  op.doc = object["doc"].asString();
+  if (!plain_text(op.path))
     return fail(where + ", field path: ",
                 "a path (printable text without quotes) is needed");
-  op.path = path.asString();
-  const std::string field_at = where + ", field ";
-  for (const std::string &member : object.getMemberNames())
-    if (member != "path" && member != "arguments" && member != "result" &&
-        member != "result_member")
-      return fail(field_at + member, ": unknown member");
   if (object.isMember("arguments") &&
       !read_fields(where + ", arguments", object["arguments"], &op.arguments))
     return false;
-  for (const Field &argument : op.arguments)
-    if (call_name(argument.name) || helper_name(argument.name))
-      return fail(where + ", field " + argument.name + ": ",
-                  "the call itself uses this name");
   if (object.isMember("result")) {
     op.result.emplace_back();
     if (!type_ok(where + ", field result: ", object["result"], &op.result[0]))
       return false;
   }
   if (object.isMember("result_member")) {
-    const Json::Value &member = object["result_member"];
-    if (!member.isString() || !plain_text(member.asString()))
-      return fail(where + ", field result_member: ", "not a plain text");
-    op.result_member = member.asString();
+    op.result_member = object["result_member"].asString();
+    if (!wire_ok(where + ", field result_member: ", op.result_member))
+      return false;
   }
   schema->operations.push_back(op);
   return true;
@@ -253,19 +190,18 @@ bool SchemaReader::read(const Json::Value &top, Schema *schema) {
     return fail("", "the schema must be a JSON object");
   for (const std::string &member : top.getMemberNames())
     if (member != "records" && member != "operations")
-      return fail("", "unknown member \"" + member + "\"");
+      return fail("", "unknown member \"" + shown(member) + "\"");
   const Json::Value &records = top["records"];
   const Json::Value &operations = top["operations"];
   if (!(records.isObject() || records.isNull()) ||
       !(operations.isObject() || operations.isNull()))
     return fail("", "\"records\" and \"operations\" must be objects");
-  std::set<std::string> lowered;
   for (const std::string &name : ordered_members(records)) {
-    if (!name_ok("record " + name + ": ", name))
+    std::string where = "record " + shown(name) + ": ";
+    if (!wire_ok(where, name))
       return false;
-    if (!lowered.insert(lower(name)).second)
-      return fail("record " + name + ": ",
-                  "its accessors' prefix \"" + lower(name) + "\" is taken");
+    if (library_type(name))
+      return fail(where, "\"" + shown(name) + "\" is a type of the library");
     records_.insert(name);
   }
   for (const std::string &name : ordered_members(records))
@@ -274,7 +210,10 @@ bool SchemaReader::read(const Json::Value &top, Schema *schema) {
   for (const std::string &name : ordered_members(operations))
     if (!read_operation(name, operations[name], schema))
       return false;
-  return true;
+  if (assign_c_names(schema, error_))
+    return true;
+  *error_ = file_ + ": " + *error_;
+  return false;
 }
 
 } // namespace

@@ -14,19 +14,26 @@ struct Type {
   std::vector<Type> element;
 };
 
+/* `name` is the wire name, sent and read as it stands; `c_name` the
+ * identifier generated code gives it (the schema's own when `given`). */
 struct Field {
   std::string name;
   Type type;
+  std::string c_name, doc;
+  bool given = false;
 };
 
+/* A record's `name` is its "__type__"; field types name records by it. */
 struct Record {
   std::string name;
   std::vector<Field> fields;
+  std::string c_name, doc;
+  bool given = false;
 };
 
 struct Operation {
   std::string name;
-  std::string path;
+  std::string path, doc;
   std::string result_member = "result";
   std::vector<Field> arguments;
   std::vector<Type> result; /* empty: the operation gives no value */
@@ -44,7 +51,8 @@ bool read_schema(const std::string &file, Schema *schema, std::string *error);
 /* The text of `type` as a schema writes it: "List<Dict<Long>>". */
 std::string type_text(const Type &type);
 
-/* Parses a type text; false when it is not well formed. Names are not
+/* Parses a type text: "List<T>", "Dict<T>", "ResultSet<T>" or else a
+ * name as it stands; false when it is not well formed. Names are not
  * checked here. */
 bool parse_type(const std::string &text, Type *type);
 

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "layout.h"
+#include "names.h"
 
 namespace velmora_gen {
 
@@ -45,29 +46,56 @@ const Chunk fixed[] = {
      "/* A missing or null member leaves the field absent; false when the\n"
      " * member is there but could not be read. */\n"
      "template <typename T>\n"
-     "bool read_field(const Json::Value &properties, const char *name,\n"
+     "bool read_field(const Json::Value &properties, std::string_view name,\n"
      "                value_deserializer read, T **field) {\n"
-     "  const Json::Value &member = properties[name];\n"
-     "  if (member.isNull())\n    return true;\n"
-     "  *field = static_cast<T *>(read(member));\n"
+     "  const Json::Value *member =\n"
+     "      properties.find(name.data(), name.data() + name.size());\n"
+     "  if (member == nullptr || member->isNull())\n    return true;\n"
+     "  *field = static_cast<T *>(read(*member));\n"
      "  return *field != nullptr;\n}\n"},
+    {"keep_unknown",
+     "/* Keeps the members no field names, to write them back. */\n"
+     "template <typename... Names>\n"
+     "void keep_unknown(const Json::Value &properties, Json::Value **unknown,\n"
+     "                  Names... known) {\n"
+     "  if (!properties.isObject())\n    return;\n"
+     "  for (auto at = properties.begin(); at != properties.end(); ++at) {\n"
+     "    std::string name = at.name();\n"
+     "    if ((... || (name == known)))\n      continue;\n"
+     "    if (*unknown == nullptr)\n"
+     "      *unknown = new Json::Value(Json::objectValue);\n"
+     "    (**unknown)[name] = *at;\n  }\n}\n"},
+    {"write_unknown",
+     "void write_unknown(Json::Value &properties, const Json::Value *unknown) "
+     "{\n"
+     "  if (unknown == nullptr)\n    return;\n"
+     "  for (auto at = unknown->begin(); at != unknown->end(); ++at)\n"
+     "    properties[at.name()] = *at;\n}\n"},
+    {"copy_unknown",
+     "/* False when memory runs out. */\n"
+     "bool copy_unknown(const Json::Value *from, Json::Value **to) {\n"
+     "  if (from == nullptr)\n    return true;\n"
+     "  try {\n    *to = new Json::Value(*from);\n"
+     "  } catch (const std::exception &) {\n    return false;\n  }\n"
+     "  return true;\n}\n"},
     {"write_field", "template <typename T>\n"
-                    "void write_field(Json::Value &object, const char *name, "
-                    "value_serializer write,\n"
-                    "                 const T *value) {\n"
+                    "void write_field(Json::Value &object, std::string_view "
+                    "name,\n"
+                    "                 value_serializer write, const T *value) "
+                    "{\n"
                     "  if (value != nullptr)\n"
-                    "    write(const_cast<T *>(value), object[name]);\n}\n"},
+                    "    write(const_cast<T *>(value), "
+                    "object[std::string(name)]);\n}\n"},
     {"write_number",
      "template <typename Cell, typename Value>\n"
-     "void write_number(Json::Value &object, const char *name, "
-     "value_serializer write,\n"
-     "                  const Value *value) {\n"
+     "void write_number(Json::Value &object, std::string_view name,\n"
+     "                  value_serializer write, const Value *value) {\n"
      "  Cell cell{value == nullptr ? Value() : *value};\n"
      "  write_field(object, name, write, value == nullptr ? nullptr : "
      "&cell);\n}\n"},
     {"write_in_cell",
      "template <typename Cell>\n"
-     "void write_in_cell(Json::Value &object, const char *name,\n"
+     "void write_in_cell(Json::Value &object, std::string_view name,\n"
      "                   value_serializer write, const char *value) {\n"
      "  Cell cell{const_cast<char *>(value)};\n"
      "  write_field(object, name, write, value == nullptr ? nullptr : "
@@ -153,7 +181,7 @@ const Chunk fixed[] = {
     {"read_reply",
      "/* 0 with the reply's `member` read into *result, or -4. */\n"
      "template <typename T>\n"
-     "int read_reply(const std::string &reply, const char *member,\n"
+     "int read_reply(const std::string &reply, std::string_view member,\n"
      "               value_deserializer read, value_deleter deleter, T "
      "**result) {\n"
      "  void *value = nullptr;\n"
@@ -162,14 +190,32 @@ const Chunk fixed[] = {
      "        Json::CharReaderBuilder().newCharReader());\n"
      "    const char *end = reply.data() + reply.size();\n"
      "    if (!parser->parse(reply.data(), end, &document, nullptr) ||\n"
-     "        !document.isObject() || document[member].isNull())\n"
+     "        !document.isObject())\n"
      "      return -4;\n"
-     "    value = read(document[member]);\n"
+     "    const Json::Value *found =\n"
+     "        document.find(member.data(), member.data() + member.size());\n"
+     "    if (found == nullptr || found->isNull())\n      return -4;\n"
+     "    value = read(*found);\n"
      "  } catch (const std::exception &) {\n    return -4;\n  }\n"
      "  if (value == nullptr)\n    return -4;\n"
      "  if (result == nullptr)\n    deleter(value);\n"
      "  else\n    *result = static_cast<T *>(value);\n  return 0;\n}\n"},
 };
+
+/* `text` with the contents of its string literals blanked, so that a wire
+ * name never reads as a call. */
+std::string code_only(std::string text) {
+  bool inside = false;
+  for (size_t i = 0; i < text.size(); i++) {
+    if (text[i] == '"')
+      inside = !inside;
+    else if (inside && text[i] == '\\')
+      text[i] = ' ', text[++i] = ' ';
+    else if (inside)
+      text[i] = ' ';
+  }
+  return text;
+}
 
 bool mentions(const std::string &text, const std::string &name) {
   for (size_t at = text.find(name); at != std::string::npos;
@@ -179,8 +225,8 @@ bool mentions(const std::string &text, const std::string &name) {
       return isalnum(static_cast<unsigned char>(text[i])) != 0 ||
              text[i] == '_';
     };
-    // Fields and member names may share a helper's name.
-    bool member = at > 0 && (text[at - 1] == '>' || text[at - 1] == '"');
+    // Fields may share a helper's name.
+    bool member = at > 0 && text[at - 1] == '>';
     if ((at == 0 || !ident(at - 1)) && !member &&
         (end == text.size() || !ident(end)))
       return true;
@@ -192,8 +238,8 @@ bool mentions(const std::string &text, const std::string &name) {
 std::vector<Chunk> container_chunks(const Catalog &catalog, const Type &type) {
   TypeInfo info = catalog.info(type);
   std::string make = catalog.maker(type);
-  std::vector<std::string> arguments{"\"" + catalog.info(type.element[0]).wire +
-                                     "\""};
+  std::vector<std::string> arguments{
+      c_literal(catalog.info(type.element[0]).wire)};
   for (const std::string &op : catalog.element_ops(type.element[0]))
     arguments.push_back(op);
   std::string copy = type.name == "ResultSet"
@@ -252,11 +298,11 @@ std::vector<Chunk> helper_chunks(const Catalog &catalog) {
 std::string used_helpers(const std::vector<Chunk> &chunks,
                          const std::string &body) {
   std::vector<bool> used(chunks.size(), false);
-  std::string seen = body;
+  std::string seen = code_only(body);
   for (size_t i = chunks.size(); i-- > 0;)
     if (mentions(seen, chunks[i].name)) {
       used[i] = true;
-      seen += chunks[i].text;
+      seen += code_only(chunks[i].text);
     }
   std::string text;
   for (size_t i = 0; i < chunks.size(); i++)

@@ -1,4 +1,5 @@
 #include "layout.h"
+#include "names.h"
 #include "source_helpers.h"
 #include "writers.h"
 
@@ -6,66 +7,71 @@ namespace velmora_gen {
 
 namespace {
 
-std::string quoted(const std::string &text) {
-  return "\"" + text + "\"";
+/* A wire name as the helpers take it: a std::string_view, whole even
+ * when the name holds a NUL. */
+std::string wire(const std::string &name) {
+  return c_literal(name) + "sv";
 }
 
 std::string deleter_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
+  const std::string &r = record.c_name;
   std::string text =
       declaration("void", r + "_deleter(", {"void *value"}, ") {") +
       assignment("  ", "auto *record", "static_cast<" + r + " *>(value);") +
       "  if (record == nullptr)\n    return;\n";
   for (const Field &field : record.fields)
     text += call("  ", catalog.info(field.type).deleter + "(",
-                 {"record->" + field.name}, ");");
-  return text + "  free(record);\n}\n";
+                 {"record->" + field.c_name}, ");");
+  return text + "  delete record->unknown_members;\n  free(record);\n}\n";
 }
 
 std::string reader_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
-  std::string text = declaration("void *", r + "_deserialize(",
-                                 {"const Json::Value &in"}, ") {") +
-                     call("  ", "Owned<" + r + "> record(",
-                          {r + "_new()", r + "_deleter"}, ");") +
-                     "  try {\n    if (record == nullptr || !in.isObject())\n"
-                     "      return nullptr;\n";
-  if (!record.fields.empty())
-    text += "    const Json::Value &properties = in[\"__properties__\"];\n";
-  for (const Field &field : record.fields)
+  const std::string &r = record.c_name;
+  std::string text =
+      declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
+                  ") {") +
+      call("  ", "Owned<" + r + "> record(", {r + "_new()", r + "_deleter"},
+           ");") +
+      "  try {\n    if (record == nullptr || !in.isObject())\n"
+      "      return nullptr;\n"
+      "    const Json::Value &properties = in[\"__properties__\"];\n";
+  std::vector<std::string> keep{"properties", "&record->unknown_members"};
+  for (const Field &field : record.fields) {
     text += call("    ", "if (!read_field(",
-                 {"properties", quoted(field.name),
-                  catalog.info(field.type).reader, "&record->" + field.name},
+                 {"properties", wire(field.name),
+                  catalog.info(field.type).reader, "&record->" + field.c_name},
                  "))") +
             "      return nullptr;\n";
-  return text + "  } catch (const std::exception &) {\n    return nullptr;\n"
-                "  }\n  return record.release();\n}\n";
+    keep.push_back(wire(field.name));
+  }
+  return text + call("    ", "keep_unknown(", keep, ");") +
+         "  } catch (const std::exception &) {\n    return nullptr;\n"
+         "  }\n  return record.release();\n}\n";
 }
 
 std::string writer_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
-  std::string text = declaration("Json::Value *", r + "_serialize(",
-                                 {"void *value", "Json::Value &out"}, ") {") +
-                     assignment("  ", "const auto *record",
-                                "static_cast<const " + r + " *>(value);") +
-                     "  if (record == nullptr)\n    return &out;\n" +
-                     "  out[\"__type__\"] = " + quoted(r) + ";\n";
-  if (record.fields.empty())
-    return text +
-           "  out[\"__properties__\"] = Json::Value(Json::objectValue);\n"
-           "  return &out;\n}\n";
-  text += "  Json::Value &properties = out[\"__properties__\"];\n"
-          "  properties = Json::Value(Json::objectValue);\n";
+  const std::string &r = record.c_name;
+  std::string text =
+      declaration("Json::Value *", r + "_serialize(",
+                  {"void *value", "Json::Value &out"}, ") {") +
+      assignment("  ", "const auto *record",
+                 "static_cast<const " + r + " *>(value);") +
+      "  if (record == nullptr)\n    return &out;\n" +
+      assignment("  ", "out[\"__type__\"]", c_literal(record.name) + ";") +
+      "  Json::Value &properties = out[\"__properties__\"];\n"
+      "  properties = Json::Value(Json::objectValue);\n";
   for (const Field &field : record.fields)
-    text += call("  ", "write_field(",
-                 {"properties", quoted(field.name),
-                  catalog.info(field.type).serializer, "record->" + field.name},
-                 ");");
-  return text + "  return &out;\n}\n";
+    text +=
+        call("  ", "write_field(",
+             {"properties", wire(field.name),
+              catalog.info(field.type).serializer, "record->" + field.c_name},
+             ");");
+  return text + "  write_unknown(properties, record->unknown_members);\n" +
+         "  return &out;\n}\n";
 }
 
 std::string copier_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
+  const std::string &r = record.c_name;
   std::string text =
       declaration("void", r + "_copier(", {"void **slot", "void *value"},
                   ") {") +
@@ -77,15 +83,17 @@ std::string copier_text(const Record &record, const Catalog &catalog) {
       "  if (copy == nullptr)\n    return;\n";
   for (const Field &field : record.fields)
     text += call("  ", "if (!copy_field(",
-                 {catalog.info(field.type).copier, "record->" + field.name,
-                  "&copy->" + field.name},
+                 {catalog.info(field.type).copier, "record->" + field.c_name,
+                  "&copy->" + field.c_name},
                  "))") +
             "    return;\n";
-  return text + "  *slot = copy.release();\n}\n";
+  return text + "  if (!copy_unknown(record->unknown_members, "
+                "&copy->unknown_members))\n    return;\n"
+                "  *slot = copy.release();\n}\n";
 }
 
 std::string operations_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.name;
+  const std::string &r = record.c_name;
   return declaration(r + " *", r + "_new(", {"void"}, ") {") +
          "  return new_record<" + r + ">();\n}\n\n" +
          deleter_text(record, catalog) + "\n" + reader_text(record, catalog) +
@@ -94,7 +102,7 @@ std::string operations_text(const Record &record, const Catalog &catalog) {
 }
 
 std::string getter_body(const Field &field, const TypeInfo &info) {
-  const std::string member = "self->" + field.name;
+  const std::string member = "self->" + field.c_name;
   if (info.access == Access::scalar)
     return "  if (self == nullptr)\n    return 0;\n" +
            call("  ", "return get_number(", {member, "value"}, ");");
@@ -112,12 +120,14 @@ std::string setter_body(const Field &field, const TypeInfo &info) {
     set = "set_in_cell(";
   return "  if (self != nullptr)\n" +
          call("    ", set,
-              {"&self->" + field.name, "value", info.copier, info.deleter},
+              {"&self->" + field.c_name, "value", info.copier, info.deleter},
               ");");
 }
 
 std::string accessors_text(const Record &record, const Catalog &catalog) {
-  std::string text;
+  std::string text = "\n" + unknown_declaration(record, " {") +
+                     "  return self == nullptr ? nullptr : "
+                     "self->unknown_members;\n}\n";
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
     text += "\n" + getter_declaration(record, field, info, "self", " {") +
@@ -140,7 +150,7 @@ std::string argument_text(const Field &argument, const TypeInfo &info) {
     write = "write_in_cell<" + info.c_type + ">(";
   return call(
       "    ", write,
-      {"request", quoted(argument.name), info.serializer, argument.name}, ");");
+      {"request", wire(argument.name), info.serializer, argument.c_name}, ");");
 }
 
 std::string operation_text(const Operation &op, const Catalog &catalog) {
@@ -155,13 +165,13 @@ std::string operation_text(const Operation &op, const Catalog &catalog) {
           "request);\n  } catch (const std::exception &) {\n    return -1;\n"
           "  }\n" +
           call("  ", "int code = send_request(",
-               {"context", quoted(op.path), "body", "&reply"}, ");");
+               {"context", c_literal(op.path), "body", "&reply"}, ");");
   if (op.result.empty())
     return text + "  return code;\n}\n";
   TypeInfo info = catalog.info(op.result[0]);
   return text + "  if (code != 0)\n    return code;\n" +
          call("  ", "return read_reply(",
-              {"reply", quoted(op.result_member), info.reader, info.deleter,
+              {"reply", wire(op.result_member), info.reader, info.deleter,
                "result"},
               ");") +
          "}\n";
@@ -180,8 +190,10 @@ std::string source_text(const Schema &schema, const Catalog &catalog,
   return comment("", "Generated by velmora-gen from " + base +
                          ".json: edit the schema, not this file.") +
          "#include \"" + base +
-         ".h\"\n\n#include <cstdlib>\n#include <memory>\n#include <string>\n\n"
-         "#include <json/json.h>\n\nnamespace {\n" +
+         ".h\"\n\n#include <cstdlib>\n"
+         "#include <memory>\n#include <string>\n"
+         "#include <string_view>\n\n#include <json/json.h>\n\n"
+         "using namespace std::string_view_literals;\n\nnamespace {\n" +
          used_helpers(helper_chunks(catalog), body) + "\n} // namespace\n" +
          body;
 }

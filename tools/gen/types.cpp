@@ -17,7 +17,7 @@ bool native(const std::string &name) {
   return name == "Unicode" || name == "Integer" || name == "Boolean";
 }
 
-/* The library's four operations of a base type, and of a record. */
+/* The four operations of a base type, or of a record named `name` in C. */
 TypeInfo base_info(const std::string &name) {
   TypeInfo info{name,
                 name + "_deleter",
@@ -56,14 +56,15 @@ std::string type_text(const Type &type) {
 
 bool parse_type(const std::string &text, Type *type) {
   size_t open = text.find('<');
-  if (open == std::string::npos) {
+  std::string head = text.substr(0, open);
+  type->element.clear();
+  if (open == std::string::npos ||
+      (head != "List" && head != "Dict" && head != "ResultSet")) {
     type->name = text;
-    type->element.clear();
-    return !text.empty() && text.find('>') == std::string::npos;
+    return !text.empty();
   }
-  type->name = text.substr(0, open);
-  if (text.back() != '>' || (type->name != "List" && type->name != "Dict" &&
-                             type->name != "ResultSet"))
+  type->name = head;
+  if (text.back() != '>')
     return false;
   type->element.assign(1, Type());
   return parse_type(text.substr(open + 1, text.size() - open - 2),
@@ -71,6 +72,8 @@ bool parse_type(const std::string &text, Type *type) {
 }
 
 Catalog::Catalog(const Schema &schema) {
+  for (const Record &record : schema.records)
+    records_[record.name] = record.c_name;
   for (const Record &record : schema.records)
     for (const Field &field : record.fields)
       add(field.type);
@@ -103,6 +106,12 @@ std::string Catalog::maker(const Type &container) const {
 }
 
 TypeInfo Catalog::info(const Type &type) const {
+  auto record = records_.find(type.name);
+  if (type.element.empty() && record != records_.end()) {
+    TypeInfo info = base_info(record->second);
+    info.wire = type.name;
+    return info;
+  }
   if (type.element.empty())
     return base_info(type.name);
   std::string id = std::to_string(ids_.at(type_text(type)));

@@ -19,7 +19,7 @@ struct TypeInfo {
   std::string c_type; /* the member is a `c_type *` */
   std::string deleter, copier, serializer, reader;
   std::string scalar; /* the scalar's C type, for Access::scalar */
-  std::string wire;   /* the name written as "__sub_type__" */
+  std::string wire;   /* the name written as "__sub_type__", as it stands */
   Access access;
 };
 
@@ -41,6 +41,7 @@ private:
   void add(const Type &type);
   std::vector<Type> containers_;
   std::map<std::string, size_t> ids_;
+  std::map<std::string, std::string> records_; /* wire name -> C name */
 };
 
 /* The library's function `verb` of a container type: "list_new". */

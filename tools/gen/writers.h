@@ -26,6 +26,8 @@ std::string setter_declaration(const Record &record, const Field &field,
 /* r_newField, the maker of a container field's empty value. */
 std::string new_declaration(const Record &record, const Field &field,
                             const TypeInfo &info, const std::string &tail);
+/* r_unknownMembers, which lends the members no field names. */
+std::string unknown_declaration(const Record &record, const std::string &tail);
 std::string operation_declaration(const Operation &op, const Catalog &catalog,
                                   const std::string &tail);
 

@@ -1,0 +1,363 @@
+/* Wire name -> C name: the one rule, and the escapes that put any wire
+ * name into generated code as it stands. */
+#include "names.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <set>
+
+#include "source_helpers.h"
+
+namespace velmora_gen {
+
+const char *const naming_rule =
+    "Names: a schema's keys are wire names, sent and read exactly as\n"
+    "written. Each record, field and argument gets a C name from its wire\n"
+    "name: (1) every byte outside [A-Za-z0-9_] becomes '_', a run of '_'\n"
+    "becomes one and a leading or trailing '_' is dropped (\"x-request-id\"\n"
+    "-> x_request_id, \"__meta\" -> meta, \"naïve\" -> na_ve; nothing left\n"
+    "gives x); (2) a leading digit gets 'n' before it (\"2fa\" -> n2fa);\n"
+    "(3) a C++ keyword, a name of the library, or a name the generated code\n"
+    "uses there (for a field, a record's C name or unknown_members; for a\n"
+    "record or an argument also the call's own context, result, body,\n"
+    "reply, request and code, and value, self, record, ...) gets '_' after\n"
+    "it, a record \"_type\" (\"class\" -> class_, class_type);\n"
+    "(4) a name taken by one before it in schema order gets _2, _3, ...\n"
+    "(records compared ignoring case, fields ignoring the case of their\n"
+    "first letter, as their accessors are). A field or argument written as\n"
+    "{\"type\": T, \"c_name\": N, \"doc\": D}, or a record written as\n"
+    "{\"fields\": {...}, \"c_name\": N, \"doc\": D}, takes N as it is, which\n"
+    "must be a free identifier.\n";
+
+namespace {
+
+/* Sorted, for binary search; C++20's too, for users who build with it. */
+const char *const keywords[] = {
+    "alignas",       "alignof",     "and",
+    "and_eq",        "asm",         "auto",
+    "bitand",        "bitor",       "bool",
+    "break",         "case",        "catch",
+    "char",          "char16_t",    "char32_t",
+    "char8_t",       "class",       "co_await",
+    "co_return",     "co_yield",    "compl",
+    "concept",       "const",       "const_cast",
+    "consteval",     "constexpr",   "constinit",
+    "continue",      "decltype",    "default",
+    "delete",        "do",          "double",
+    "dynamic_cast",  "else",        "enum",
+    "explicit",      "export",      "extern",
+    "false",         "float",       "for",
+    "friend",        "goto",        "if",
+    "inline",        "int",         "long",
+    "mutable",       "namespace",   "new",
+    "noexcept",      "not",         "not_eq",
+    "nullptr",       "operator",    "or",
+    "or_eq",         "private",     "protected",
+    "public",        "register",    "reinterpret_cast",
+    "requires",      "return",      "short",
+    "signed",        "sizeof",      "static",
+    "static_assert", "static_cast", "struct",
+    "switch",        "template",    "this",
+    "thread_local",  "throw",       "true",
+    "try",           "typedef",     "typeid",
+    "typename",      "union",       "unsigned",
+    "using",         "virtual",     "void",
+    "volatile",      "wchar_t",     "while",
+    "xor",           "xor_eq"};
+
+/* Names a generated struct member must not take: the types its members
+ * and accessors are declared with, and the member of unknown members. */
+const char *const member_names[] = {"int32_t", "int64_t", "uint64_t",
+                                    "unknown_members"};
+
+/* The generated code's own parameters and locals, where a record's type
+ * or an argument is in scope. */
+const char *const local_names[] = {"body",       "calloc", "code",  "context",
+                                   "copy",       "free",   "in",    "out",
+                                   "properties", "record", "reply", "request",
+                                   "result",     "self",   "slot",  "value"};
+
+bool listed(const char *const *begin, const char *const *end,
+            const std::string &name) {
+  return std::find(begin, end, name) != end;
+}
+
+bool ascii_word(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+         (c >= '0' && c <= '9') || c == '_';
+}
+
+/* Steps 1 and 2 of the rule. */
+std::string derived(const std::string &wire) {
+  std::string name;
+  for (char c : wire) {
+    char out = ascii_word(c) ? c : '_';
+    if (out != '_' || (!name.empty() && name.back() != '_'))
+      name += out;
+  }
+  if (!name.empty() && name.back() == '_')
+    name.pop_back();
+  if (name.empty())
+    return "x";
+  return name[0] >= '0' && name[0] <= '9' ? "n" + name : name;
+}
+
+std::string numbered(const std::string &name, int n) {
+  if (n == 1)
+    return name;
+  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+}
+
+std::string capitalized(std::string text) {
+  if (text[0] >= 'a' && text[0] <= 'z')
+    text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  return text;
+}
+
+class Namer {
+public:
+  explicit Namer(std::string *error) : error_(error) {}
+  bool run(Schema *schema);
+
+private:
+  enum class Kind { record, field, argument };
+  bool reserved(Kind kind, const std::string &name) const;
+  std::vector<std::string> record_functions(const std::string &c) const;
+  bool record_free(const std::string &c) const;
+  bool field_free(const std::string &prefix, const std::string &c) const;
+  bool name_record(Record *record, bool given);
+  bool name_fields(Record *record);
+  bool name_arguments(Operation *op);
+  bool check_operation(const Operation &op);
+  bool refuse(const std::string &where, const std::string &what) {
+    *error_ = where + ": " + what;
+    return false;
+  }
+
+  std::string *error_;
+  std::set<std::string> records_;   /* C names */
+  std::set<std::string> prefixes_;  /* lower-cased record C names */
+  std::set<std::string> functions_; /* every global name given so far */
+  std::set<std::string> members_;   /* capitalized, in the current scope */
+};
+
+bool Namer::reserved(Kind kind, const std::string &name) const {
+  if (keyword(name) || library_name(name) ||
+      listed(std::begin(member_names), std::end(member_names), name) ||
+      records_.count(name) != 0)
+    return true;
+  return kind != Kind::field &&
+         (helper_name(name) || functions_.count(name) != 0 ||
+          listed(std::begin(local_names), std::end(local_names), name));
+}
+
+std::vector<std::string> Namer::record_functions(const std::string &c) const {
+  return {c,
+          c + "_new",
+          c + "_deleter",
+          c + "_deserialize",
+          c + "_serialize",
+          c + "_copier",
+          lower(c) + "_unknownMembers"};
+}
+
+bool Namer::record_free(const std::string &c) const {
+  if (reserved(Kind::record, c) || prefixes_.count(lower(c)) != 0)
+    return false;
+  for (const std::string &name : record_functions(c))
+    if (functions_.count(name) != 0 || helper_name(name) ||
+        !plain_identifier(name))
+      return false;
+  return true;
+}
+
+bool Namer::field_free(const std::string &prefix, const std::string &c) const {
+  if (reserved(Kind::field, c) || members_.count(capitalized(c)) != 0)
+    return false;
+  for (const char *verb : {"_get", "_set", "_new"})
+    if (functions_.count(prefix + verb + capitalized(c)) != 0)
+      return false;
+  return true;
+}
+
+bool Namer::name_record(Record *record, bool given) {
+  if (given) {
+    if (!plain_identifier(record->c_name) || !record_free(record->c_name))
+      return refuse("record " + record->name,
+                    "c_name \"" + record->c_name + "\" is not free");
+  } else {
+    std::string base = derived(record->name);
+    if (reserved(Kind::record, base))
+      base += "_type"; /* "_" would make "__" in its functions' names */
+    int n = 1;
+    while (!record_free(numbered(base, n)))
+      n++;
+    record->c_name = numbered(base, n);
+  }
+  records_.insert(record->c_name);
+  prefixes_.insert(lower(record->c_name));
+  for (const std::string &name : record_functions(record->c_name))
+    functions_.insert(name);
+  return true;
+}
+
+bool Namer::name_fields(Record *record) {
+  const std::string prefix = lower(record->c_name);
+  members_.clear();
+  for (int pass = 0; pass < 2; pass++)
+    for (Field &field : record->fields) {
+      bool given = field.given;
+      if (given != (pass == 0))
+        continue;
+      if (given && (!plain_identifier(field.c_name) ||
+                    !field_free(prefix, field.c_name)))
+        return refuse("record " + record->name + ", field " + field.name,
+                      "c_name \"" + field.c_name + "\" is not free");
+      if (!given) {
+        std::string base = derived(field.name);
+        if (reserved(Kind::field, base))
+          base += '_';
+        int n = 1;
+        while (!field_free(prefix, numbered(base, n)))
+          n++;
+        field.c_name = numbered(base, n);
+      }
+      members_.insert(capitalized(field.c_name));
+      for (const char *verb : {"_get", "_set", "_new"})
+        functions_.insert(prefix + verb + capitalized(field.c_name));
+    }
+  return true;
+}
+
+bool Namer::name_arguments(Operation *op) {
+  std::set<std::string> used;
+  auto free = [&](const std::string &c) {
+    return !reserved(Kind::argument, c) && used.count(c) == 0;
+  };
+  for (int pass = 0; pass < 2; pass++)
+    for (Field &argument : op->arguments) {
+      if (argument.given != (pass == 0))
+        continue;
+      if (argument.given &&
+          (!plain_identifier(argument.c_name) || !free(argument.c_name)))
+        return refuse("operation " + op->name + ", argument " + argument.name,
+                      "c_name \"" + argument.c_name + "\" is not free");
+      if (!argument.given) {
+        std::string base = derived(argument.name);
+        if (reserved(Kind::argument, base))
+          base += '_';
+        int n = 1;
+        while (!free(numbered(base, n)))
+          n++;
+        argument.c_name = numbered(base, n);
+      }
+      used.insert(argument.c_name);
+    }
+  return true;
+}
+
+bool Namer::check_operation(const Operation &op) {
+  const std::string where = "operation " + op.name;
+  if (!plain_identifier(op.name))
+    return refuse(where, "\"" + op.name + "\" is not a C identifier");
+  if (library_name(op.name))
+    return refuse(where, "\"" + op.name + "\" is a name of the library");
+  if (helper_name(op.name) ||
+      listed(std::begin(member_names), std::end(member_names), op.name) ||
+      listed(std::begin(local_names), std::end(local_names), op.name))
+    return refuse(where, "\"" + op.name + "\" is a name of the generated code");
+  if (functions_.count(op.name) != 0)
+    return refuse(where, "\"" + op.name + "\" is a record's name");
+  functions_.insert(op.name);
+  return true;
+}
+
+bool Namer::run(Schema *schema) {
+  for (int pass = 0; pass < 2; pass++)
+    for (Record &record : schema->records)
+      if (record.given == (pass == 0) && !name_record(&record, record.given))
+        return false;
+  for (Record &record : schema->records)
+    if (!name_fields(&record))
+      return false;
+  for (Operation &op : schema->operations)
+    if (!name_arguments(&op))
+      return false;
+  for (const Operation &op : schema->operations)
+    if (!check_operation(op))
+      return false;
+  return true;
+}
+
+void append_escape(std::string *out, unsigned char c, const char *format) {
+  char text[8];
+  snprintf(text, sizeof text, format, c);
+  *out += text;
+}
+
+} // namespace
+
+bool keyword(const std::string &name) {
+  return std::binary_search(
+      std::begin(keywords), std::end(keywords), name,
+      [](const std::string &a, const std::string &b) { return a < b; });
+}
+
+bool plain_identifier(const std::string &name) {
+  if (name.empty() || name[0] == '_' || (name[0] >= '0' && name[0] <= '9') ||
+      name.find("__") != std::string::npos || keyword(name))
+    return false;
+  return std::all_of(name.begin(), name.end(), ascii_word);
+}
+
+bool assign_c_names(Schema *schema, std::string *error) {
+  return Namer(error).run(schema);
+}
+
+std::string c_literal(const std::string &text) {
+  std::string out = "\"";
+  for (char c : text) {
+    auto byte = static_cast<unsigned char>(c);
+    if (c == '"' || c == '\\')
+      out += std::string("\\") + c;
+    else if (byte >= ' ' && byte <= '~')
+      out += c;
+    else
+      append_escape(&out, byte, "\\%03o"); /* octal stops after 3 digits */
+  }
+  return out + "\"";
+}
+
+std::string comment_quoted(const std::string &text) {
+  std::string out = "\"";
+  for (size_t i = 0; i < text.size(); i++) {
+    auto byte = static_cast<unsigned char>(text[i]);
+    if (text[i] == '"' || text[i] == '\\')
+      out += std::string("\\") + text[i];
+    else if (byte < ' ' || byte == 0x7f)
+      append_escape(&out, byte, "\\u%04x");
+    else if (text[i] == '/' && i > 0 && text[i - 1] == '*')
+      out += "\\/";
+    else
+      out += text[i];
+  }
+  return out + "\"";
+}
+
+bool utf8(const std::string &text) {
+  for (size_t i = 0; i < text.size();) {
+    auto byte = static_cast<unsigned char>(text[i]);
+    size_t extra = byte < 0x80 ? 0 : byte >= 0xf0 ? 3 : byte >= 0xe0 ? 2 : 1;
+    if ((byte >= 0x80 && byte < 0xc2) || byte > 0xf4 ||
+        i + extra + 1 > text.size())
+      return false;
+    for (size_t k = 1; k <= extra; k++)
+      if ((static_cast<unsigned char>(text[i + k]) & 0xc0) != 0x80)
+        return false;
+    i += extra + 1;
+  }
+  return true;
+}
+
+} // namespace velmora_gen

@@ -1,0 +1,39 @@
+/* Wire names and the C names derived from them: one rule for records,
+ * fields and arguments, documented in the README and `--help`. */
+#ifndef VELMORA_GEN_NAMES_H
+#define VELMORA_GEN_NAMES_H
+
+#include <string>
+
+#include "schema.h"
+
+namespace velmora_gen {
+
+/* The rule as the help text and the README state it. */
+extern const char *const naming_rule;
+
+/* Gives every record, field and argument its C name (a `c_name` the schema
+ * gave is kept when it is free) and checks the operations' names against
+ * them all; false with one line in `error` naming what is refused. */
+bool assign_c_names(Schema *schema, std::string *error);
+
+/* `text` as a C string literal: quotes, backslashes and every byte outside
+ * printable ASCII escaped, so any wire name compiles as it stands. */
+std::string c_literal(const std::string &text);
+
+/* `text` quoted for a comment: JSON escapes, and no comment end. */
+std::string comment_quoted(const std::string &text);
+
+/* True when `text` has the byte structure of UTF-8. */
+bool utf8(const std::string &text);
+
+/* True for a C++ keyword. */
+bool keyword(const std::string &name);
+
+/* True for an identifier that is not a keyword and not reserved (no "__",
+ * no leading underscore). */
+bool plain_identifier(const std::string &name);
+
+} // namespace velmora_gen
+
+#endif
