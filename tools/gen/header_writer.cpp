@@ -112,20 +112,24 @@ std::string parameter(const TypeInfo &info, const std::string &name) {
 std::string operation_comment(const Operation &op) {
   std::string text = op.doc.empty() ? "" : op.doc + " ";
   text += "POST " + op.path + ". ";
-  for (const Field &argument : op.arguments)
-    if (!argument.doc.empty() || argument.name != argument.c_name)
-      text += argument.c_name + ": " +
-              about(argument.doc, argument.name, argument.c_name) + " ";
+  for (const Field &argument : op.arguments) {
+    if (!argument.doc.empty())
+      text += argument.c_name + ": " + argument.doc + " ";
+    if (argument.name != argument.c_name)
+      text += argument.c_name + " is sent as " + comment_quoted(argument.name) +
+              ". ";
+  }
   if (!op.result.empty())
     text += "On success the reply's " + comment_quoted(op.result_member) +
             " becomes *result, the caller's. ";
   text += "Returns send_request's code, or -1 when the request cannot be "
           "built";
-  return comment("", text + (op.result.empty() ? "."
-                                               : ", or -4 when the "
-                                                 "reply is not JSON "
-                                                 "or that member "
-                                                 "cannot be read."));
+  return comment("",
+                 text + (op.result.empty() ? "."
+                                           : ", or -4 when the reply is not "
+                                             "JSON or that member cannot be "
+                                             "read."),
+                 "/**");
 }
 
 } // namespace
