@@ -43,6 +43,15 @@ done <<'TABLE'
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
 TABLE
 
+# A name that is not UTF-8, byte by byte.
+for name in '\200\200' 'a\300\200' '\343\201'; do
+  printf "{\"records\": {\"Item\": {\"$name\": \"Long\"}}}" >"$work/u.json"
+  status=0
+  "$gen" --output-dir "$work" "$work/u.json" 2>"$work/err" || status=$?
+  [ "$status" = 2 ] && grep -q 'is not UTF-8$' "$work/err" ||
+    { echo "FAIL: $name: exit $status, $(cat "$work/err")"; failed=1; }
+done
+
 echo '{"result": {"__type__": "ResultSet", "__sub_type__": "Item", "__elements__": [
   {"__type__": "Item", "__properties__": {"id": {"__type__": "Long", "__value__": "1"},
    "name": "a", "tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": []}}},
