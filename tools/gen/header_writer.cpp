@@ -38,6 +38,16 @@ std::string guard(const std::string &base) {
   return text + "_H";
 }
 
+std::string reader_comment(const std::string &type) {
+  return comment("",
+                 "A new " + type +
+                     " read from `length` bytes of JSON text: what its "
+                     "deserializer gives for jsoncpp's tree of the text, read "
+                     "straight from the text; null when it is not JSON or "
+                     "cannot be read.",
+                 "/**");
+}
+
 /* A member's, record's or argument's documentation: its doc, and its
  * wire name where the C name differs. */
 std::string about(const std::string &doc, const std::string &wire,
@@ -92,7 +102,8 @@ std::string record_text(const Record &record, const Catalog &catalog) {
       declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");") +
       "/** Lends the members read that no field names, written back after the\n"
       " * fields; null when none. */\n" +
-      unknown_declaration(record, ";");
+      unknown_declaration(record, ";") + reader_comment(r) +
+      text_reader_declaration(r, r + "_read", ";");
   return text + accessors_text(record, catalog) + "\n";
 }
 
@@ -171,6 +182,19 @@ std::string unknown_declaration(const Record &record, const std::string &tail) {
                      {"const " + record.c_name + " *self"}, ")" + tail);
 }
 
+std::string fast_declaration(const std::string &record,
+                             const std::string &tail) {
+  return declaration("velmora_text::Read", record + "_fast(",
+                     {"velmora_text::Cursor &c", "void **out"}, ")" + tail);
+}
+
+std::string text_reader_declaration(const std::string &c_type,
+                                    const std::string &name,
+                                    const std::string &tail) {
+  return declaration(c_type + " *", name + "(",
+                     {"const char *json", "size_t length"}, ")" + tail);
+}
+
 std::string operation_declaration(const Operation &op, const Catalog &catalog,
                                   const std::string &tail) {
   std::vector<std::string> parameters{"client_context_s *context"};
@@ -188,13 +212,22 @@ std::string header_text(const Schema &schema, const Catalog &catalog,
                                     ".json: edit the schema, not this file.");
   std::string text = top.substr(0, top.size() - 4) + "\n" + preamble +
                      "#ifndef " + guard(base) + "\n#define " + guard(base) +
-                     "\n\n#include <cstdint>\n\n#include "
+                     "\n\n#include <cstddef>\n#include <cstdint>\n\n#include "
                      "<velmora/velmora.h>\n\n";
   for (const Record &record : schema.records)
     text += "struct " + record.c_name + ";\n";
   text += "\n";
   for (const Record &record : schema.records)
     text += record_text(record, catalog);
+  if (!catalog.containers().empty())
+    text += "/* ---- Containers read from JSON text */\n\n";
+  for (const Type &type : catalog.containers())
+    text += reader_comment(type_text(type)) +
+            text_reader_declaration(
+                catalog.info(type).c_type,
+                schema.container_readers.at(type_text(type)), ";");
+  if (!catalog.containers().empty())
+    text += "\n";
   for (const Operation &op : schema.operations)
     text +=
         operation_comment(op) + operation_declaration(op, catalog, ";") + "\n";

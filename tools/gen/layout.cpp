@@ -1,5 +1,6 @@
 #include "layout.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace velmora_gen {
@@ -58,6 +59,10 @@ std::string broken(const std::string &indent, const std::string &head,
   return text;
 }
 
+size_t lines(const std::string &text) {
+  return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
 } // namespace
 
 std::string call(const std::string &indent, const std::string &head,
@@ -66,9 +71,12 @@ std::string call(const std::string &indent, const std::string &head,
   std::string text = one_line(indent + head, arguments, tail);
   if (text.size() <= columns || arguments.empty())
     return text + "\n";
-  if (aligned(&text, indent + head, arguments, tail))
+  std::string wrapped = broken(indent, indent + head, arguments, tail);
+  // clang-format takes the layout of fewer lines, the aligned one on a tie.
+  if (aligned(&text, indent + head, arguments, tail) &&
+      lines(text) <= lines(wrapped))
     return text;
-  return broken(indent, indent + head, arguments, tail);
+  return wrapped;
 }
 
 std::string declaration(const std::string &type, const std::string &name,

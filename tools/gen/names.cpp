@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <map>
 #include <set>
 
 #include "source_helpers.h"
@@ -130,6 +131,8 @@ private:
   bool name_fields(Record *record);
   bool name_arguments(Operation *op);
   bool check_operation(const Operation &op);
+  std::string c_text(const Type &type) const;
+  void name_readers(const Type &type, Schema *schema);
   bool refuse(const std::string &where, const std::string &what) {
     *error_ = where + ": " + what;
     return false;
@@ -140,6 +143,7 @@ private:
   std::set<std::string> prefixes_;  /* lower-cased record C names */
   std::set<std::string> functions_; /* every global name given so far */
   std::set<std::string> members_;   /* capitalized, in the current scope */
+  std::map<std::string, std::string> c_names_; /* records': wire -> C */
 };
 
 bool Namer::reserved(Kind kind, const std::string &name) const {
@@ -159,6 +163,9 @@ std::vector<std::string> Namer::record_functions(const std::string &c) const {
           c + "_deserialize",
           c + "_serialize",
           c + "_copier",
+          c + "_read",
+          c + "_fast",
+          c + "_fields",
           lower(c) + "_unknownMembers"};
 }
 
@@ -196,6 +203,7 @@ bool Namer::name_record(Record *record, bool given) {
     record->c_name = numbered(base, n);
   }
   records_.insert(record->c_name);
+  c_names_[record->name] = record->c_name;
   prefixes_.insert(lower(record->c_name));
   for (const std::string &name : record_functions(record->c_name))
     functions_.insert(name);
@@ -273,6 +281,30 @@ bool Namer::check_operation(const Operation &op) {
   return true;
 }
 
+/* "ResultSet_Item" for ResultSet<Item>, from the records' C names. */
+std::string Namer::c_text(const Type &type) const {
+  if (!type.element.empty())
+    return type.name + "_" + c_text(type.element[0]);
+  auto record = c_names_.find(type.name);
+  return record != c_names_.end() ? record->second : type.name;
+}
+
+/* Container types get R_read-like text readers: "List_Long_read". */
+void Namer::name_readers(const Type &type, Schema *schema) {
+  if (type.element.empty())
+    return;
+  name_readers(type.element[0], schema);
+  if (schema->container_readers.count(type_text(type)) != 0)
+    return;
+  std::string base = c_text(type) + "_read";
+  int n = 1;
+  while (functions_.count(numbered(base, n)) != 0 ||
+         library_name(numbered(base, n)))
+    n++;
+  schema->container_readers[type_text(type)] = numbered(base, n);
+  functions_.insert(numbered(base, n));
+}
+
 bool Namer::run(Schema *schema) {
   for (int pass = 0; pass < 2; pass++)
     for (Record &record : schema->records)
@@ -284,6 +316,15 @@ bool Namer::run(Schema *schema) {
   for (Operation &op : schema->operations)
     if (!name_arguments(&op))
       return false;
+  for (const Record &record : schema->records)
+    for (const Field &field : record.fields)
+      name_readers(field.type, schema);
+  for (const Operation &op : schema->operations) {
+    for (const Field &argument : op.arguments)
+      name_readers(argument.type, schema);
+    for (const Type &result : op.result)
+      name_readers(result, schema);
+  }
   for (const Operation &op : schema->operations)
     if (!check_operation(op))
       return false;

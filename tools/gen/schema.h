@@ -2,6 +2,7 @@
 #ifndef VELMORA_GEN_SCHEMA_H
 #define VELMORA_GEN_SCHEMA_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,8 @@ struct Operation {
 struct Schema {
   std::vector<Record> records;
   std::vector<Operation> operations;
+  /* The text reader of each container type, by its type text. */
+  std::map<std::string, std::string> container_readers;
 };
 
 /* Reads and checks `file`; on failure `error` holds one line naming the

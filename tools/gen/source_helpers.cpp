@@ -178,28 +178,61 @@ const Chunk fixed[] = {
      "                bool (*whole)(const T *, const T *)) {\n"
      "  if (*slot != nullptr && !whole(static_cast<T *>(*slot), source)) {\n"
      "    deleter(*slot);\n    *slot = nullptr;\n  }\n}\n"},
+    {"read_tree",
+     "/* The reply's `member` as jsoncpp's tree of the whole reply gives it;\n"
+     " * null when the reply is not JSON or the member is missing. */\n"
+     "void *read_tree(const std::string &reply, std::string_view member,\n"
+     "                value_deserializer read) {\n"
+     "  Json::Value document;\n"
+     "  std::unique_ptr<Json::CharReader> parser(\n"
+     "      Json::CharReaderBuilder().newCharReader());\n"
+     "  const char *end = reply.data() + reply.size();\n"
+     "  if (!parser->parse(reply.data(), end, &document, nullptr) ||\n"
+     "      !document.isObject())\n"
+     "    return nullptr;\n"
+     "  const Json::Value *found =\n"
+     "      document.find(member.data(), member.data() + member.size());\n"
+     "  return found == nullptr || found->isNull() ? nullptr : read(*found);\n"
+     "}\n"},
+    {"read_fast",
+     "/* The reply's `member` read from the text itself; null where the fast\n"
+     " * road gives up. */\n"
+     "void *read_fast(const std::string &reply, std::string_view member,\n"
+     "                velmora_text::FastRead fast, value_deserializer read,\n"
+     "                value_deleter deleter) {\n"
+     "  void *value = nullptr;\n"
+     "  try {\n"
+     "    if (velmora_text::read_member(reply.data(), reply.size(), member, "
+     "fast,\n"
+     "                                  read, &value) == "
+     "velmora_text::Read::done)\n"
+     "      return value;\n"
+     "  } catch (const std::exception &) {\n"
+     "  }\n"
+     "  deleter(value);\n"
+     "  return nullptr;\n"
+     "}\n"},
     {"read_reply",
      "/* 0 with the reply's `member` read into *result, or -4. */\n"
      "template <typename T>\n"
      "int read_reply(const std::string &reply, std::string_view member,\n"
-     "               value_deserializer read, value_deleter deleter, T "
-     "**result) {\n"
-     "  void *value = nullptr;\n"
-     "  try {\n    Json::Value document;\n"
-     "    std::unique_ptr<Json::CharReader> parser(\n"
-     "        Json::CharReaderBuilder().newCharReader());\n"
-     "    const char *end = reply.data() + reply.size();\n"
-     "    if (!parser->parse(reply.data(), end, &document, nullptr) ||\n"
-     "        !document.isObject())\n"
-     "      return -4;\n"
-     "    const Json::Value *found =\n"
-     "        document.find(member.data(), member.data() + member.size());\n"
-     "    if (found == nullptr || found->isNull())\n      return -4;\n"
-     "    value = read(*found);\n"
+     "               velmora_text::FastRead fast, value_deserializer read,\n"
+     "               value_deleter deleter, T **result) {\n"
+     "  void *value = read_fast(reply, member, fast, read, deleter);\n"
+     "  try {\n"
+     "    if (value == nullptr)\n"
+     "      value = read_tree(reply, member, read);\n"
      "  } catch (const std::exception &) {\n    return -4;\n  }\n"
      "  if (value == nullptr)\n    return -4;\n"
      "  if (result == nullptr)\n    deleter(value);\n"
      "  else\n    *result = static_cast<T *>(value);\n  return 0;\n}\n"},
+    {"compact",
+     "/* The request as one line: no indentation to send. */\n"
+     "std::string compact(const Json::Value &request) {\n"
+     "  Json::StreamWriterBuilder writer;\n"
+     "  writer[\"indentation\"] = \"\";\n"
+     "  return Json::writeString(writer, request);\n"
+     "}\n"},
 };
 
 /* `text` with the contents of its string literals blanked, so that a wire
@@ -271,7 +304,20 @@ std::vector<Chunk> container_chunks(const Catalog &catalog, const Type &type) {
             "copied_" + kind},
            ");") +
       "}\n";
-  return {{make, maker}, {info.reader, reader}, {info.copier, copier}};
+  std::vector<Chunk> chunks{
+      {make, maker}, {info.reader, reader}, {info.copier, copier}};
+  if (type.name != "Dict")
+    chunks.push_back(
+        {info.fast,
+         "velmora_text::Read " + info.fast +
+             "(velmora_text::Cursor &c, void **out) {\n" +
+             call("  ", "return velmora_text::read_container(",
+                  {"c", c_literal(catalog.info(type.element[0]).wire) + "sv",
+                   catalog.info(type.element[0]).fast, make, info.deleter,
+                   info.reader, "out"},
+                  ");") +
+             "}\n"});
+  return chunks;
 }
 
 } // namespace
@@ -280,7 +326,7 @@ bool helper_name(const std::string &name) {
   for (const Chunk &chunk : fixed)
     if (name == chunk.name)
       return true;
-  for (const char *prefix : {"make_c", "read_c", "copy_c"})
+  for (const char *prefix : {"make_c", "read_c", "copy_c", "fast_c"})
     if (name.compare(0, 6, prefix) == 0 && name.size() > 6 &&
         name.find_first_not_of("0123456789", 6) == std::string::npos)
       return true;

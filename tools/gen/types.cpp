@@ -18,6 +18,20 @@ bool native(const std::string &name) {
 }
 
 /* The four operations of a base type, or of a record named `name` in C. */
+/* The library's scalars the fast road reads itself; the others it leaves to
+ * their deserializers. */
+std::string fast_reader(const std::string &name) {
+  for (const char *scalar : {"Long", "ULong", "Double", "Time", "Date", "IP",
+                             "Ciphered", "Integer", "Boolean"})
+    if (name == scalar)
+      return "velmora_text::fast_" + lower(name);
+  if (name == "Unicode")
+    return "velmora_text::fast_text";
+  if (name == "Blob" || name == "Ordering" || name == "ListInfo")
+    return "velmora_text::fast_none";
+  return name + "_fast";
+}
+
 TypeInfo base_info(const std::string &name) {
   TypeInfo info{name,
                 name + "_deleter",
@@ -25,6 +39,7 @@ TypeInfo base_info(const std::string &name) {
                 name + "_serialize",
                 name + "_deserialize",
                 "",
+                fast_reader(name),
                 name == "ULong" ? "Long" : name,
                 Access::handle};
   for (const Scalar &scalar : scalars)
@@ -37,9 +52,15 @@ TypeInfo base_info(const std::string &name) {
     info.serializer = "write_" + lower;
     info.reader = "read_" + lower;
   } else if (name == "Unicode") {
-    info = {"char",       "string_deleter",     "copy_text",
-            "write_text", "string_deserialize", "",
-            name,         Access::text};
+    info = {"char",
+            "string_deleter",
+            "copy_text",
+            "write_text",
+            "string_deserialize",
+            "",
+            fast_reader(name),
+            name,
+            Access::text};
   } else if (name == "IP" || name == "Ciphered") {
     info.access = Access::cell_text;
   }
@@ -115,13 +136,20 @@ TypeInfo Catalog::info(const Type &type) const {
   if (type.element.empty())
     return base_info(type.name);
   std::string id = std::to_string(ids_.at(type_text(type)));
-  TypeInfo info{
-      "result_set_s", "result_set_del", "copy_c" + id, "", "read_c" + id, "",
-      type.name,      Access::handle};
+  TypeInfo info{"result_set_s",
+                "result_set_del",
+                "copy_c" + id,
+                "",
+                "read_c" + id,
+                "",
+                "fast_c" + id,
+                type.name,
+                Access::handle};
   if (type.name == "List")
     info.c_type = "list_s", info.deleter = "list_del";
   else if (type.name == "Dict")
-    info.c_type = "dict_s", info.deleter = "dict_deleter";
+    info.c_type = "dict_s", info.deleter = "dict_deleter",
+    info.fast = "velmora_text::fast_none";
   info.serializer = container_function(type, "serialize");
   return info;
 }

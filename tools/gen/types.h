@@ -19,6 +19,7 @@ struct TypeInfo {
   std::string c_type; /* the member is a `c_type *` */
   std::string deleter, copier, serializer, reader;
   std::string scalar; /* the scalar's C type, for Access::scalar */
+  std::string fast;   /* its reader of JSON text (velmora_text::FastRead) */
   std::string wire;   /* the name written as "__sub_type__", as it stands */
   Access access;
 };

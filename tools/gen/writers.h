@@ -28,6 +28,13 @@ std::string new_declaration(const Record &record, const Field &field,
                             const TypeInfo &info, const std::string &tail);
 /* r_unknownMembers, which lends the members no field names. */
 std::string unknown_declaration(const Record &record, const std::string &tail);
+/* R_fast, the file-local reader of a record's JSON text. */
+std::string fast_declaration(const std::string &record,
+                             const std::string &tail);
+/* R_read, or a container type's reader of JSON text. */
+std::string text_reader_declaration(const std::string &c_type,
+                                    const std::string &name,
+                                    const std::string &tail);
 std::string operation_declaration(const Operation &op, const Catalog &catalog,
                                   const std::string &tail);
 

@@ -1,0 +1,637 @@
+/** @file
+ * Typed values read straight from JSON text: the machinery of the fast
+ * readers that velmora-gen writes (`R_read`, and the calls' reply readers).
+ *
+ * A fast reader builds values from the text itself, without a jsoncpp tree,
+ * for the envelope shapes the library writes. Any value of another shape (a
+ * member of an unexpected kind, an envelope with extra keys, a string with
+ * escapes, a number in another form) is parsed alone by jsoncpp and handed
+ * to the type's deserializer, so both roads give the same value. Text a
+ * fast reader cannot vouch for as a whole (not strict JSON, nested too
+ * deep) makes it give up: the caller then parses it all with jsoncpp.
+ *
+ * Everything here is inline and header-only: it adds no symbol to the
+ * library. Calls report through `velmora_text::Read`; they throw only what
+ * a deserializer they fall back to throws, and std::bad_alloc.
+ */
+#ifndef VELMORA_TEXT_READER_H
+#define VELMORA_TEXT_READER_H
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include <json/reader.h>
+
+#include "velmora/values.h"
+
+/** The fast readers' machinery. */
+namespace velmora_text {
+
+/** How far a reader got. */
+enum class Read {
+  done,  /**< the value was read (a null value included) */
+  other, /**< not a shape this reader knows; nothing was consumed */
+  broken /**< text the fast readers cannot vouch for: give up */
+};
+
+/** Where a reader is in the text, and how deep. */
+struct Cursor {
+  const char *at;  /**< the next byte */
+  const char *end; /**< one past the last byte */
+  int depth;       /**< objects and arrays open */
+};
+
+/** Reads one value at the cursor into `*out` (null allowed). */
+typedef Read (*FastRead)(Cursor &c, void **out);
+
+/** Deeper than this, jsoncpp would refuse where a fast reader would not. */
+const int max_depth = 512;
+
+/** Skips JSON white space. */
+inline void skip_space(Cursor &c) {
+  while (c.at < c.end &&
+         (*c.at == ' ' || *c.at == '\n' || *c.at == '\r' || *c.at == '\t'))
+    c.at++;
+}
+
+/** True, past it, when the next byte after white space is `byte`. */
+inline bool take(Cursor &c, char byte) {
+  skip_space(c);
+  if (c.at == c.end || *c.at != byte)
+    return false;
+  c.at++;
+  return true;
+}
+
+/** A string without escapes or control bytes, as it stands in the text;
+ * false (nothing consumed) for any other token. */
+inline bool raw_string(Cursor &c, std::string_view *text) {
+  skip_space(c);
+  if (c.at == c.end || *c.at != '"')
+    return false;
+  const char *p = c.at + 1;
+  while (p < c.end && *p != '"') {
+    if (*p == '\\' || static_cast<unsigned char>(*p) < 0x20)
+      return false;
+    p++;
+  }
+  if (p == c.end)
+    return false;
+  *text = std::string_view(c.at + 1, static_cast<size_t>(p - c.at - 1));
+  c.at = p + 1;
+  return true;
+}
+
+/** A member's key and its colon. */
+inline bool key(Cursor &c, std::string_view *name) {
+  return raw_string(c, name) && take(c, ':');
+}
+
+/** True for a byte that may end a number token. */
+inline bool ends_number(const Cursor &c, const char *p) {
+  return p == c.end || *p == ',' || *p == '}' || *p == ']' || *p == ' ' ||
+         *p == '\n' || *p == '\r' || *p == '\t';
+}
+
+/** An integer of at most 18 digits without fraction or exponent. */
+inline bool integer(Cursor &c, int64_t *value) {
+  skip_space(c);
+  const char *p = c.at;
+  bool negative = p < c.end && *p == '-';
+  const char *digits = p + (negative ? 1 : 0);
+  for (p = digits; p < c.end && *p >= '0' && *p <= '9';)
+    p++;
+  size_t count = static_cast<size_t>(p - digits);
+  if (count == 0 || count > 18 || (*digits == '0' && count > 1) ||
+      !ends_number(c, p))
+    return false;
+  int64_t number = 0;
+  for (const char *digit = digits; digit < p; digit++)
+    number = number * 10 + (*digit - '0');
+  *value = negative ? -number : number;
+  c.at = p;
+  return true;
+}
+
+/** A number as jsoncpp gives it to asDouble: an integer, or digits with a
+ * fraction, at most 24 bytes and no exponent. */
+inline bool real(Cursor &c, double *value) {
+  skip_space(c);
+  const char *p = c.at;
+  p += p < c.end && *p == '-' ? 1 : 0;
+  const char *digits = p;
+  while (p < c.end && *p >= '0' && *p <= '9')
+    p++;
+  bool lead = p - digits == 1 || (p > digits && *digits != '0');
+  if (lead && p < c.end && *p == '.') {
+    const char *fraction = ++p;
+    while (p < c.end && *p >= '0' && *p <= '9')
+      p++;
+    lead = p > fraction;
+  }
+  if (!lead || p - c.at > 24 || !ends_number(c, p))
+    return false;
+  char text[32];
+  memcpy(text, c.at, static_cast<size_t>(p - c.at));
+  text[p - c.at] = '\0';
+  *value = strtod(text, nullptr);
+  c.at = p;
+  return true;
+}
+
+/** The literal `word` ("true", "false", "null"). */
+inline bool literal(Cursor &c, std::string_view word) {
+  skip_space(c);
+  if (static_cast<size_t>(c.end - c.at) < word.size() ||
+      memcmp(c.at, word.data(), word.size()) != 0 ||
+      !ends_number(c, c.at + word.size()))
+    return false;
+  c.at += word.size();
+  return true;
+}
+
+/** After a member or entry: true past a comma, false past `close`; any
+ * other byte is not a shape the readers know. */
+inline Read next(Cursor &c, char close, bool *more) {
+  *more = take(c, ',');
+  return *more || take(c, close) ? Read::done : Read::other;
+}
+
+/** Past one string, escapes included. */
+inline bool skip_string(Cursor &c) {
+  for (c.at++; c.at < c.end && *c.at != '"'; c.at++)
+    if (*c.at == '\\' && ++c.at == c.end)
+      return false;
+  return c.at++ < c.end;
+}
+
+/** Past one value of any shape, by its brackets; jsoncpp then checks it. */
+inline bool skip_value(Cursor &c) {
+  int open = 0;
+  do {
+    skip_space(c);
+    if (c.at == c.end)
+      return false;
+    char byte = *c.at;
+    if (byte == '"') {
+      if (!skip_string(c))
+        return false;
+    } else if (byte == '{' || byte == '[') {
+      if (c.depth + ++open > max_depth)
+        return false;
+      c.at++;
+    } else if (byte == '}' || byte == ']' || byte == ',' || byte == ':') {
+      if (open == 0)
+        return false;
+      open -= byte == '}' || byte == ']' ? 1 : 0;
+      c.at++;
+    } else {
+      const char *start = c.at;
+      while (c.at < c.end && (isalnum(static_cast<unsigned char>(*c.at)) ||
+                              *c.at == '-' || *c.at == '+' || *c.at == '.'))
+        c.at++;
+      if (c.at == start)
+        return false;
+    }
+  } while (open > 0);
+  return true;
+}
+
+/** Parses [begin, end) as one JSON value, the way jsoncpp's default reader
+ * reads it within a whole text; false when jsoncpp refuses it. */
+inline bool parse_span(const char *begin, const char *end, Json::Value *out) {
+  thread_local std::unique_ptr<Json::CharReader> reader = [] {
+    Json::CharReaderBuilder builder;
+    builder["failIfExtra"] = true;
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+  }();
+  return reader->parse(begin, end, out, nullptr);
+}
+
+/** The value at the cursor, read by `slow` from the jsoncpp tree of its
+ * text. */
+inline Read fall_back(Cursor &c, value_deserializer slow, void **out) {
+  const char *begin = c.at;
+  Json::Value tree;
+  if (!skip_value(c) || !parse_span(begin, c.at, &tree))
+    return Read::broken;
+  *out = slow(tree);
+  return Read::done;
+}
+
+/** `fast` on the value at the cursor, or `slow` when its shape is another. */
+template <typename Fast>
+Read read_value(Cursor &c, Fast fast, value_deserializer slow, void **out) {
+  skip_space(c);
+  Cursor start = c;
+  *out = nullptr;
+  Read read = fast(c, out);
+  if (read != Read::other)
+    return read;
+  c = start;
+  return fall_back(c, slow, out);
+}
+
+/** Calls `member(c, name)` for each member of an object; `other` for an
+ * object with a key that has escapes. */
+template <typename Member> Read members(Cursor &c, Member member) {
+  if (!take(c, '{'))
+    return Read::other;
+  if (++c.depth > max_depth)
+    return Read::broken;
+  bool more = !take(c, '}');
+  while (more) {
+    std::string_view name;
+    if (!key(c, &name))
+      return Read::other;
+    Read read = member(c, name);
+    if (read == Read::done)
+      read = next(c, '}', &more);
+    if (read != Read::done)
+      return read;
+  }
+  c.depth--;
+  return Read::done;
+}
+
+/** Calls `entry(c)` for each entry of an array. */
+template <typename Entry> Read entries(Cursor &c, Entry entry) {
+  if (!take(c, '['))
+    return Read::other;
+  if (++c.depth > max_depth)
+    return Read::broken;
+  bool more = !take(c, ']');
+  while (more) {
+    Read read = entry(c);
+    if (read == Read::done)
+      read = next(c, ']', &more);
+    if (read != Read::done)
+      return read;
+  }
+  c.depth--;
+  return Read::done;
+}
+
+/** A field of a record: `read` into `*slot`. A null member leaves the field
+ * absent; a second member of the name, or a value the fast road reads as
+ * null, is `other`, so that the record is read by its deserializer. */
+template <typename T>
+Read field(Cursor &c, FastRead fast, value_deserializer slow, T **slot) {
+  if (*slot != nullptr)
+    return Read::other;
+  if (literal(c, "null"))
+    return Read::done;
+  void *value = nullptr;
+  Read result = read_value(c, fast, slow, &value);
+  *slot = static_cast<T *>(value);
+  return result == Read::done && value == nullptr ? Read::other : result;
+}
+
+/** A member no field names, kept in `*unknown` (made when first needed). */
+inline Read unknown(Cursor &c, std::string_view name, Json::Value **unknown) {
+  skip_space(c);
+  const char *begin = c.at;
+  Json::Value value;
+  if (!skip_value(c) || !parse_span(begin, c.at, &value))
+    return Read::broken;
+  if (*unknown == nullptr)
+    *unknown = new Json::Value(Json::objectValue);
+  (**unknown)[std::string(name)].swap(value);
+  return Read::done;
+}
+
+/** A record envelope, {"__type__": text, "__properties__": {...}} in either
+ * order, made by `make` and its members read by `fields(c, name, record)`.
+ * Anything else, and an error a field's deserializer throws, is `other`:
+ * the record's own deserializer then decides. */
+template <typename T, typename Fields>
+Read record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
+            void **out) try {
+  std::unique_ptr<T, value_deleter> made(make(), deleter);
+  if (made == nullptr)
+    return Read::other;
+  bool type = false, properties = false;
+  Read read = members(c, [&](Cursor &c, std::string_view name) {
+    std::string_view text;
+    if (name == "__type__" && !type)
+      return (type = raw_string(c, &text)) ? Read::done : Read::other;
+    if (name != "__properties__" || properties)
+      return Read::other;
+    properties = true;
+    return members(c, [&](Cursor &c, std::string_view name) {
+      return fields(c, name, made.get());
+    });
+  });
+  if (read != Read::done || !properties)
+    return read == Read::broken ? read : Read::other;
+  *out = made.release();
+  return Read::done;
+} catch (const std::exception &) {
+  return Read::other;
+}
+
+/** `record` at the cursor, or `slow` when its shape is another. */
+template <typename T, typename Fields>
+Read read_record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
+                 value_deserializer slow, void **out) {
+  return read_value(
+      c,
+      [&](Cursor &c, void **out) {
+        return record(c, make, deleter, fields, out);
+      },
+      slow, out);
+}
+
+/** A scalar envelope, {"__type__": text, "__value__": V} in either order,
+ * V read by `value(c)`. */
+template <typename Value> Read envelope(Cursor &c, Value value) {
+  bool type = false, seen = false;
+  Read read = members(c, [&](Cursor &c, std::string_view name) {
+    std::string_view text;
+    if (name == "__type__" && !type)
+      return (type = raw_string(c, &text)) ? Read::done : Read::other;
+    if (name != "__value__" || seen)
+      return Read::other;
+    seen = true;
+    return value(c) ? Read::done : Read::other;
+  });
+  return read == Read::done && !seen ? Read::other : read;
+}
+
+/** A new cell holding `value`; null when memory runs out. */
+template <typename Cell> void *cell(const Cell &value) {
+  void *made = malloc(sizeof(Cell));
+  if (made != nullptr)
+    memcpy(made, &value, sizeof(Cell));
+  return made;
+}
+
+/** A malloc'd copy of `text` with its terminator; null when memory runs
+ * out. */
+inline char *text_copy(std::string_view text) {
+  char *copy = static_cast<char *>(malloc(text.size() + 1));
+  if (copy != nullptr) {
+    memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
+  }
+  return copy;
+}
+
+/** Long, ULong and Double: the "__value__" text parsed as the library
+ * parses it; parsing stops at the closing quote as it would at a NUL. */
+template <typename Cell, typename Parse>
+Read number_text(Cursor &c, void **out, Parse parse) {
+  std::string_view text;
+  Read read = envelope(c, [&](Cursor &c) { return raw_string(c, &text); });
+  if (read == Read::done)
+    *out = cell(Cell{parse(text.data())});
+  return read;
+}
+
+/** Time and Date: a real "__value__", truncated as the library does. */
+template <typename Cell> Read count(Cursor &c, void **out) {
+  double real_value = 0;
+  Read read =
+      envelope(c, [&](Cursor &c) { return real(c, &real_value); });
+  if (read != Read::done)
+    return read;
+  int64_t number = INT64_MIN;
+  if (std::isnan(real_value))
+    number = 0;
+  else if (real_value >= 9223372036854775808.0)
+    number = INT64_MAX;
+  else if (real_value > -9223372036854775808.0)
+    number = static_cast<int64_t>(real_value);
+  *out = cell(Cell{number});
+  return Read::done;
+}
+
+/** IP and Ciphered: a cell holding a copy of the "__value__" text. */
+template <typename Cell> Read text_cell(Cursor &c, void **out) {
+  std::string_view text;
+  Read read = envelope(c, [&](Cursor &c) { return raw_string(c, &text); });
+  if (read != Read::done)
+    return read;
+  char *copy = text_copy(text);
+  *out = copy == nullptr ? nullptr : cell(Cell{copy});
+  if (*out == nullptr)
+    free(copy);
+  return Read::done;
+}
+
+/** The fast readers of the library's scalar types, each with the
+ * deserializer it falls back to. */
+inline Read fast_long(Cursor &c, void **out) {
+  return number_text<Long>(
+      c, out, [](const char *text) { return strtoll(text, nullptr, 10); });
+}
+/** ULong: strtoull in base 0. */
+inline Read fast_ulong(Cursor &c, void **out) {
+  return number_text<ULong>(
+      c, out, [](const char *text) { return strtoull(text, nullptr, 0); });
+}
+/** Double: strtod. */
+inline Read fast_double(Cursor &c, void **out) {
+  return number_text<Double>(
+      c, out, [](const char *text) { return strtod(text, nullptr); });
+}
+/** Time. */
+inline Read fast_time(Cursor &c, void **out) {
+  return count<Time>(c, out);
+}
+/** Date. */
+inline Read fast_date(Cursor &c, void **out) {
+  return count<Date>(c, out);
+}
+/** IP. */
+inline Read fast_ip(Cursor &c, void **out) {
+  return text_cell<IP>(c, out);
+}
+/** Ciphered. */
+inline Read fast_ciphered(Cursor &c, void **out) {
+  return text_cell<Ciphered>(c, out);
+}
+/** A bare text ("Unicode"). */
+inline Read fast_text(Cursor &c, void **out) {
+  std::string_view text;
+  if (!raw_string(c, &text))
+    return Read::other;
+  *out = text_copy(text);
+  return Read::done;
+}
+/** A bare Integer: a 32-bit integer. */
+inline Read fast_integer(Cursor &c, void **out) {
+  int64_t number = 0;
+  if (!integer(c, &number) || number < INT32_MIN || number > INT32_MAX)
+    return Read::other;
+  *out = cell(Integer{static_cast<int32_t>(number)});
+  return Read::done;
+}
+/** A bare Boolean. */
+inline Read fast_boolean(Cursor &c, void **out) {
+  bool yes = literal(c, "true");
+  if (!yes && !literal(c, "false"))
+    return Read::other;
+  *out = cell(Boolean{yes ? 1 : 0});
+  return Read::done;
+}
+
+/** A reader for shapes the fast road leaves to the deserializer. */
+inline Read fast_none(Cursor &, void **) {
+  return Read::other;
+}
+
+/** The list of a List, or of a ResultSet. */
+inline list_s *list_of(list_s *list) {
+  return list;
+}
+/** The list of a ResultSet. */
+inline list_s *list_of(result_set_s *set) {
+  return set->list;
+}
+
+/** `value` handed over to `list`; false (and released) when it cannot be
+ * added. */
+inline bool hand_over(list_s *list, void *value) {
+  int32_t before = list->nb_elements;
+  list_add_copy(list, value, VELMORA_FALSE);
+  if (list->nb_elements != before)
+    return true;
+  if (list->deleter != nullptr)
+    list->deleter(value);
+  return false;
+}
+
+/** A List has no total. */
+inline bool set_total(list_s *, int64_t) {
+  return false;
+}
+/** A ResultSet's "__total_items__", when it is a 32-bit integer. */
+inline bool set_total(result_set_s *set, int64_t total) {
+  if (total < INT32_MIN || total > INT32_MAX)
+    return false;
+  set->total_items = static_cast<int32_t>(total);
+  return true;
+}
+
+/** The members of a List or ResultSet envelope but "__elements__", each
+ * once: bit 1 "__type__", 2 "__sub_type__", 4 "__total_items__". */
+template <typename T>
+Read container_member(Cursor &c, std::string_view name, T *made,
+                      std::string_view sub_type, int *seen) {
+  std::string_view text;
+  int64_t total = 0;
+  int bit = name == "__type__"           ? 1
+            : name == "__sub_type__"     ? 2
+            : name == "__total_items__" ? 4
+                                         : 0;
+  if (bit == 0 || (*seen & bit) != 0)
+    return Read::other;
+  *seen |= bit;
+  bool read = bit == 4 ? integer(c, &total) && set_total(made, total)
+                       : raw_string(c, &text) && (bit == 1 || text == sub_type);
+  return read ? Read::done : Read::other;
+}
+
+/** A List or ResultSet envelope of `sub_type` elements, each read by
+ * `element` and handed over to the container `make` gives. An element that
+ * is null or of another shape makes it `other`. */
+template <typename T>
+Read container(Cursor &c, std::string_view sub_type, FastRead element,
+               T *(*make)(), value_deleter deleter, void **out) try {
+  std::unique_ptr<T, value_deleter> made(make(), deleter);
+  if (made == nullptr)
+    return Read::other;
+  int seen = 0, whole = std::is_same<T, result_set_s>::value ? 15 : 11;
+  Read read = members(c, [&](Cursor &c, std::string_view name) {
+    if (name != "__elements__" || (seen & 8) != 0)
+      return container_member(c, name, made.get(), sub_type, &seen);
+    seen |= 8;
+    return entries(c, [&](Cursor &c) {
+      void *value = nullptr;
+      Read read = element(c, &value);
+      if (read == Read::done && value == nullptr)
+        return Read::other;
+      if (read == Read::done && !hand_over(list_of(made.get()), value))
+        return Read::other;
+      return read;
+    });
+  });
+  if (read != Read::done || seen != whole)
+    return read == Read::broken ? read : Read::other;
+  *out = made.release();
+  return Read::done;
+} catch (const std::exception &) {
+  return Read::other;
+}
+
+/** `container` at the cursor, or `slow` when its shape is another. */
+template <typename T>
+Read read_container(Cursor &c, std::string_view sub_type, FastRead element,
+                    T *(*make)(), value_deleter deleter,
+                    value_deserializer slow, void **out) {
+  return read_value(
+      c,
+      [&](Cursor &c, void **out) {
+        return container(c, sub_type, element, make, deleter, out);
+      },
+      slow, out);
+}
+
+/** The T of a whole text: read by `fast`, or, when the fast road gives
+ * up, by `slow` from the tree jsoncpp's default reader makes of the text.
+ * Null when that is not JSON or a deserializer throws. */
+template <typename T, typename Fast>
+T *read_text(const char *json, size_t length, Fast fast,
+             value_deserializer slow, value_deleter deleter) try {
+  Cursor c{json, json + length, 0};
+  void *value = nullptr;
+  Read read = read_value(c, fast, slow, &value);
+  skip_space(c);
+  if (read != Read::done || c.at != c.end) {
+    deleter(value);
+    Json::Value tree;
+    std::unique_ptr<Json::CharReader> reader(
+        Json::CharReaderBuilder().newCharReader());
+    value = reader->parse(json, json + length, &tree, nullptr) ? slow(tree)
+                                                               : nullptr;
+  }
+  return static_cast<T *>(value);
+} catch (const std::exception &) {
+  return nullptr;
+}
+
+/** The root object's `member` of a whole text, read as `read_value` does;
+ * `broken` unless the text is one strict JSON object holding the member
+ * once, with a value. The other members are checked, not kept. On
+ * `broken`, `*out` may hold a value to release. */
+template <typename Fast>
+Read read_member(const char *json, size_t length, std::string_view member,
+                 Fast fast, value_deserializer slow, void **out) {
+  Cursor c{json, json + length, 0};
+  bool found = false;
+  Read read = members(c, [&](Cursor &c, std::string_view name) {
+    Json::Value ignored;
+    skip_space(c);
+    const char *begin = c.at;
+    if (name != member)
+      return skip_value(c) && parse_span(begin, c.at, &ignored) ? Read::done
+                                                                : Read::broken;
+    if (found || literal(c, "null"))
+      return Read::broken;
+    found = true;
+    return read_value(c, fast, slow, out);
+  });
+  skip_space(c);
+  return read == Read::done && found && c.at == c.end ? read : Read::broken;
+}
+
+} // namespace velmora_text
+
+#endif

@@ -1,0 +1,164 @@
+/* The readers of JSON text velmora-gen writes against the jsoncpp road:
+ * every shape, the library's own and those that must take the fallback,
+ * gives the same record, to the byte of its written form. */
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <velmora/text_reader.h>
+
+#include "everything.h"
+
+namespace {
+
+using NodeHandle = std::unique_ptr<Node, void (*)(void *)>;
+
+std::string written(Node *node) {
+  if (node == nullptr)
+    return "null";
+  Json::Value out;
+  Node_serialize(node, out);
+  return Json::writeString(Json::StreamWriterBuilder(), out);
+}
+
+/* What jsoncpp's tree of the text gives, and what the text reader gives. */
+void expect_same(const std::string &json) {
+  Json::Value tree;
+  std::unique_ptr<Json::CharReader> parser(
+      Json::CharReaderBuilder().newCharReader());
+  bool parsed =
+      parser->parse(json.data(), json.data() + json.size(), &tree, nullptr);
+  NodeHandle slow(parsed ? static_cast<Node *>(Node_deserialize(tree))
+                         : nullptr,
+                  Node_deleter),
+      fast(Node_read(json.data(), json.size()), Node_deleter);
+  EXPECT_EQ(written(fast.get()), written(slow.get())) << json;
+}
+
+std::string node(const std::string &properties) {
+  return R"({"__type__": "Node", "__properties__": {)" + properties + "}}";
+}
+
+const char *const canonical =
+    R"("id": {"__type__": "Long", "__value__": "-7"},
+    "code": {"__type__": "Long", "__value__": "0x10"},
+    "weight": {"__type__": "Double", "__value__": "2.500000"},
+    "when": {"__type__": "Time", "__value__": 1700000000.0},
+    "day": {"__type__": "Date", "__value__": -86400.5}, "count": -3, "ok": true,
+    "name": "n\u00e4me", "address": {"__type__": "IP", "__value__": "192.0.2.1"},
+    "secret": {"__type__": "Ciphered", "__value__": "s"},
+    "blob": {"__type__": "Blob", "__value__": "AQI="},
+    "tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": ["a", "b"]},
+    "numbers": {"__type__": "List", "__sub_type__": "Integer", "__elements__": [3, -4]},
+    "flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"f": false}},
+    "grid": {"__type__": "List", "__sub_type__": "List", "__elements__": [
+      {"__type__": "List", "__sub_type__": "Long", "__elements__": [
+        {"__type__": "Long", "__value__": "1"}]}]},
+    "page": {"__elements__": [{"__type__": "Leaf", "__properties__": {"label": "l"}}],
+      "__sub_type__": "Leaf", "__total_items__": 9, "__type__": "ResultSet"},
+    "child": {"__properties__": {"name": "c"}, "__type__": "Node"})";
+
+TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
+  const std::string shapes[] = {
+      node(canonical),
+      "\n\t " + node(canonical) + " \r\n",
+      node(R"("id": {"__value__": "5", "__type__": "Long"})"),
+      // Shapes of the scalars the fast road leaves to the deserializers.
+      node(R"("id": {"__type__": "Long", "__value__": 5})"),
+      node(R"("id": {"__type__": "Long", "__value__": "\u0035"})"),
+      node(R"("id": {"__type__": "Long"})"),
+      node(R"("id": {"__value__": "5"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "5", "x": 1})"),
+      node(R"("id": {"__type__": 3, "__value__": "5"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "5", "__value__": "6"})"),
+      node(R"("id": {"__type__": "Long", "__value__": " 12abc"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "99999999999999999999"})"),
+      node(R"("code": {"__type__": "ULong", "__value__": "-1"})"),
+      node(R"j("weight": {"__type__": "Double", "__value__": "nan(1)"})j"),
+      node(R"("when": {"__type__": "Time", "__value__": "5"})"),
+      node(R"("when": {"__type__": "Time", "__value__": 1.5e2})"),
+      node(R"("when": {"__type__": "Time", "__value__": -0})"),
+      node(R"("when": {"__type__": "Time", "__value__": 123456789012345678901234})"),
+      node(R"("when": {"__type__": "Time", "__value__": 1e400})"),
+      node(R"("day": {"__type__": "Date", "__value__": 9.3e18})"),
+      node(R"("count": 2147483648)"),
+      node(R"("count": 3.7)"),
+      node(R"("count": "3")"),
+      node(R"("count": 01)"),
+      node(R"("ok": 1)"),
+      node(R"("ok": "true")"),
+      node(R"("name": "a\nb\"\\\/\u00e9")"),
+      node(R"("name": 5)"),
+      node("\"name\": \"raw\tcontrol\""),
+      node(R"("address": {"__type__": "IP", "__value__": null})"),
+      node(R"("secret": {"__type__": "Ciphered", "__value__": "a\u0000b"})"),
+      // Records: members twice, null, of other kinds, unknown, with escapes.
+      node(R"("id": {"__type__": "Long", "__value__": "1"}, "id": {"__type__": "Long", "__value__": "2"})"),
+      node(R"("id": null, "id": {"__type__": "Long", "__value__": "2"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "2"}, "id": null)"),
+      node(R"("id": [1], "id": {"__type__": "Long", "__value__": "2"})"),
+      node(R"("child": {"__properties__": {"id": [1]}})"),
+      node(R"("child": {"__properties__": null})"),
+      node(R"("child": {"__properties__": {}, "__properties__": {"name": "x"}})"),
+      node(R"("child": {"__properties__": {"name": "x"}, "extra": 1})"),
+      node(R"("child": {"__type__": "Node"})"),
+      node(R"("child": [])"),
+      node(R"("later": [1, {"a": null}], "later": "twice", "n\u0061me": "k")"),
+      node(R"("x": 1e400)"),
+      R"({"__properties__": {"name": "a"}, "__type__": "Node", "__properties__": {}})",
+      R"({"__properties__": {"name": "a"}} trailing)",
+      R"({"__properties__": {"name": "a"} /* c */})",
+      R"({"__properties__": {"name": "a",}})",
+      "\xef\xbb\xbf" + node(R"("name": "bom")"),
+      // Containers: sub-types, entries, totals, extra keys.
+      node(R"("tags": {"__type__": "List", "__sub_type__": "Long", "__elements__": ["a"]})"),
+      node(R"("tags": {"__type__": "List", "__elements__": ["a"]})"),
+      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": ["a", 1, null]})"),
+      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": {"a": "b"}})"),
+      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": [], "x": 0})"),
+      node(R"("numbers": {"__type__": "List", "__sub_type__": "Integer", "__elements__": [1.5, true]})"),
+      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__elements__": []})"),
+      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": "3", "__elements__": []})"),
+      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [null]})"),
+      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [{"__properties__": {"node": 3}}]})"),
+      node(R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"f": true, "f": false, "e": 1}})"),
+      // Not JSON, or not all of it.
+      "", "{", node(R"("name": "cut)"), node("\"name\": \"a\"") + "}", "[1]", "null",
+      std::string(600, '[') + std::string(600, ']'),
+      node(std::string("\"deep\": ") + std::string(600, '[') +
+           std::string(600, ']'))};
+for (const std::string &json : shapes)
+  expect_same(json);
+}
+
+TEST(TextRead, AReplyIsReadOnlyWhenAllOfItIsStrictJson) {
+  const struct {
+    const char *reply, *value; /* null: the fast road gives up */
+  } cases[] = {{R"({"m": "v"})", "v"},
+               {R"( {"a": [1, {"b": null}], "m": "w", "z": 1.5} )", "w"},
+               {R"({"m": "v\n"})", "v\n"},
+               {R"({"m": "v", "m": "w"})", nullptr},
+               {R"({"m": null})", nullptr},
+               {R"({"a": 1})", nullptr},
+               {R"({"m": "v"} x)", nullptr},
+               {R"({"m": "v", "a": [1,]})", "v"}, /* jsoncpp takes the comma too */
+               {R"({"a": tru, "m": "v"})", nullptr},
+               {"{\"m\": \"v\" // c\n}", nullptr},
+               {R"(["m"])", nullptr},
+               {R"({"m\u0000": "v"})", nullptr}};
+  for (const auto &c : cases) {
+    void *value = nullptr;
+    std::string reply = c.reply;
+    velmora_text::Read read = velmora_text::read_member(
+        reply.data(), reply.size(), "m", velmora_text::fast_text,
+        string_deserialize, &value);
+    EXPECT_EQ(read == velmora_text::Read::done, c.value != nullptr) << c.reply;
+    if (read == velmora_text::Read::done && c.value != nullptr) {
+      EXPECT_STREQ(static_cast<char *>(value), c.value) << c.reply;
+    }
+    string_deleter(value);
+  }
+}
+
+} // namespace
