@@ -1,18 +1,15 @@
 /* Generated code for a schema of wire names that are no C identifiers,
  * keywords, the library's and the call's own names: read, written, copied
  * and sent exactly as named, members the schema does not know kept. */
-#include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include "devserver_process.h"
 #include "names.h"
 
 namespace {
@@ -125,50 +122,14 @@ TEST(GeneratedNames, MembersOfEveryWrongKindGiveNull) {
         << properties;
 }
 
-/* A devserver on a free port for the test's lifetime. */
-class Devserver {
-public:
-  Devserver() {
-    int out[2];
-    if (pipe(out) != 0)
-      return;
-    pid_ = fork();
-    if (pid_ == 0) {
-      dup2(out[1], STDOUT_FILENO);
-      freopen("/dev/null", "w", stderr);
-      execl(VELMORA_DEVSERVER, "velmora-devserver", "--port", "0", "--user",
-            "u", "--password", "pw", static_cast<char *>(nullptr));
-      _exit(127);
-    }
-    close(out[1]);
-    FILE *lines = fdopen(out[0], "r");
-    if (lines != nullptr && fscanf(lines, "%d", &port_) != 1)
-      port_ = 0;
-    if (lines != nullptr)
-      fclose(lines);
-  }
-  ~Devserver() {
-    if (pid_ > 0) {
-      kill(pid_, SIGTERM);
-      waitpid(pid_, nullptr, 0);
-    }
-  }
-  int port() const {
-    return port_;
-  }
-
-private:
-  pid_t pid_ = -1;
-  int port_ = 0;
-};
-
 using Echo = int (*)(client_context_s *, const char *, const char *,
                      const char *, const char *, const char *, const char *,
                      const char *, const char *, const char *, const char *,
                      const char *, char **);
 
 TEST(GeneratedNames, CallsSendEveryArgumentUnderItsWireName) {
-  Devserver server;
+  DevserverProcess server(VELMORA_DEVSERVER,
+                          {"--user", "u", "--password", "pw"});
   ASSERT_NE(server.port(), 0);
   std::unique_ptr<client_context_s, void (*)(client_context_s *)> context(
       client_context_new(), client_context_free);
