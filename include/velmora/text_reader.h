@@ -69,19 +69,33 @@ inline bool take(Cursor &c, char byte) {
   return true;
 }
 
+/** The first quote, backslash or control byte from `p` on, eight bytes
+ * at a time; `end` when there is none. */
+inline const char *string_stop(const char *p, const char *end) {
+  const uint64_t ones = 0x0101010101010101u, highs = 0x8080808080808080u;
+  for (; end - p >= 8; p += 8) {
+    uint64_t bytes;
+    memcpy(&bytes, p, 8);
+    uint64_t quote = bytes ^ (ones * '"'), slash = bytes ^ (ones * '\\');
+    uint64_t found = ((quote - ones) & ~quote) | ((slash - ones) & ~slash) |
+                     ((bytes - ones * 0x20) & ~bytes);
+    if ((found & highs) != 0)
+      return p + __builtin_ctzll(found & highs) / 8;
+  }
+  while (p < end && *p != '"' && *p != '\\' &&
+         static_cast<unsigned char>(*p) >= 0x20)
+    p++;
+  return p;
+}
+
 /** A string without escapes or control bytes, as it stands in the text;
  * false (nothing consumed) for any other token. */
 inline bool raw_string(Cursor &c, std::string_view *text) {
   skip_space(c);
   if (c.at == c.end || *c.at != '"')
     return false;
-  const char *p = c.at + 1;
-  while (p < c.end && *p != '"') {
-    if (*p == '\\' || static_cast<unsigned char>(*p) < 0x20)
-      return false;
-    p++;
-  }
-  if (p == c.end)
+  const char *p = string_stop(c.at + 1, c.end);
+  if (p == c.end || *p != '"')
     return false;
   *text = std::string_view(c.at + 1, static_cast<size_t>(p - c.at - 1));
   c.at = p + 1;
@@ -119,6 +133,25 @@ inline bool integer(Cursor &c, int64_t *value) {
   return true;
 }
 
+/** The double of a number token [begin, end): read directly when it is a
+ * whole number below 2^53 (as "1700000000.0"), which is exact; else by
+ * strtod, as jsoncpp reads it. */
+inline double exact(const char *begin, const char *end) {
+  const char *p = begin + (*begin == '-' ? 1 : 0);
+  int64_t whole = 0;
+  for (; p < end && *p >= '0' && *p <= '9' && whole < (int64_t(1) << 49); p++)
+    whole = whole * 10 + (*p - '0');
+  const char *rest = p + (p < end && *p == '.' ? 1 : 0);
+  while (rest < end && *rest == '0')
+    rest++;
+  if (rest == end && (p == end || *p == '.'))
+    return *begin == '-' ? -double(whole) : double(whole);
+  char text[32];
+  memcpy(text, begin, static_cast<size_t>(end - begin));
+  text[end - begin] = '\0';
+  return strtod(text, nullptr);
+}
+
 /** A number as jsoncpp gives it to asDouble: an integer, or digits with a
  * fraction, at most 24 bytes and no exponent. */
 inline bool real(Cursor &c, double *value) {
@@ -137,10 +170,7 @@ inline bool real(Cursor &c, double *value) {
   }
   if (!lead || p - c.at > 24 || !ends_number(c, p))
     return false;
-  char text[32];
-  memcpy(text, c.at, static_cast<size_t>(p - c.at));
-  text[p - c.at] = '\0';
-  *value = strtod(text, nullptr);
+  *value = exact(c.at, p);
   c.at = p;
   return true;
 }
@@ -148,7 +178,7 @@ inline bool real(Cursor &c, double *value) {
 /** The literal `word` ("true", "false", "null"). */
 inline bool literal(Cursor &c, std::string_view word) {
   skip_space(c);
-  if (static_cast<size_t>(c.end - c.at) < word.size() ||
+  if (static_cast<size_t>(c.end - c.at) < word.size() || *c.at != word[0] ||
       memcmp(c.at, word.data(), word.size()) != 0 ||
       !ends_number(c, c.at + word.size()))
     return false;
