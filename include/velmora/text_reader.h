@@ -186,6 +186,27 @@ inline bool literal(Cursor &c, std::string_view word) {
   return true;
 }
 
+/** True, past it, when the text at the cursor is `word` byte for byte (no
+ * white space skipped): the compact form writers give, checked whole. */
+inline bool exactly(Cursor &c, std::string_view word) {
+  if (static_cast<size_t>(c.end - c.at) < word.size() ||
+      memcmp(c.at, word.data(), word.size()) != 0)
+    return false;
+  c.at += word.size();
+  return true;
+}
+
+/** Past `{"__type__":"...",` + `key` in the compact form, one level deeper;
+ * false (cursor moved) for any other text. */
+inline bool compact_envelope(Cursor &c, std::string_view key) {
+  std::string_view type;
+  if (c.depth >= max_depth || !exactly(c, "{\"__type__\":") ||
+      !raw_string(c, &type) || !exactly(c, key))
+    return false;
+  c.depth++;
+  return true;
+}
+
 /** After a member or entry: true past a comma, false past `close`; any
  * other byte is not a shape the readers know. */
 inline Read next(Cursor &c, char close, bool *more) {
@@ -346,6 +367,22 @@ Read record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
   std::unique_ptr<T, value_deleter> made(make(), deleter);
   if (made == nullptr)
     return Read::other;
+  auto field = [&](Cursor &c, std::string_view name) {
+    return fields(c, name, made.get());
+  };
+  skip_space(c);
+  Cursor start = c;
+  /* Written compact, as writers do, the fields need no search for the
+   * envelope's keys; a record that then goes wrong is the deserializer's. */
+  if (compact_envelope(c, ",\"__properties__\":")) {
+    Read read = members(c, field);
+    c.depth--;
+    if (read != Read::done || !take(c, '}'))
+      return read == Read::broken ? read : Read::other;
+    *out = made.release();
+    return Read::done;
+  }
+  c = start;
   bool type = false, properties = false;
   Read read = members(c, [&](Cursor &c, std::string_view name) {
     std::string_view text;
@@ -354,9 +391,7 @@ Read record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
     if (name != "__properties__" || properties)
       return Read::other;
     properties = true;
-    return members(c, [&](Cursor &c, std::string_view name) {
-      return fields(c, name, made.get());
-    });
+    return members(c, field);
   });
   if (read != Read::done || !properties)
     return read == Read::broken ? read : Read::other;
@@ -381,6 +416,13 @@ Read read_record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
 /** A scalar envelope, {"__type__": text, "__value__": V} in either order,
  * V read by `value(c)`. */
 template <typename Value> Read envelope(Cursor &c, Value value) {
+  skip_space(c);
+  Cursor start = c;
+  if (compact_envelope(c, ",\"__value__\":") && value(c) && take(c, '}')) {
+    c.depth--;
+    return Read::done;
+  }
+  c = start;
   bool type = false, seen = false;
   Read read = members(c, [&](Cursor &c, std::string_view name) {
     std::string_view text;
@@ -427,8 +469,7 @@ Read number_text(Cursor &c, void **out, Parse parse) {
 /** Time and Date: a real "__value__", truncated as the library does. */
 template <typename Cell> Read count(Cursor &c, void **out) {
   double real_value = 0;
-  Read read =
-      envelope(c, [&](Cursor &c) { return real(c, &real_value); });
+  Read read = envelope(c, [&](Cursor &c) { return real(c, &real_value); });
   if (read != Read::done)
     return read;
   int64_t number = INT64_MIN;
@@ -557,10 +598,10 @@ Read container_member(Cursor &c, std::string_view name, T *made,
                       std::string_view sub_type, int *seen) {
   std::string_view text;
   int64_t total = 0;
-  int bit = name == "__type__"           ? 1
-            : name == "__sub_type__"     ? 2
+  int bit = name == "__type__"          ? 1
+            : name == "__sub_type__"    ? 2
             : name == "__total_items__" ? 4
-                                         : 0;
+                                        : 0;
   if (bit == 0 || (*seen & bit) != 0)
     return Read::other;
   *seen |= bit;

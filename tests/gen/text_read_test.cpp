@@ -1,6 +1,7 @@
 /* The readers of JSON text velmora-gen writes against the jsoncpp road:
  * every shape, the library's own and those that must take the fallback,
  * gives the same record, to the byte of its written form. */
+#include <cctype>
 #include <memory>
 #include <string>
 
@@ -36,6 +37,21 @@ void expect_same(const std::string &json) {
   EXPECT_EQ(written(fast.get()), written(slow.get())) << json;
 }
 
+/* The text without white space outside strings, as writers send it. */
+std::string compact(const std::string &json) {
+  std::string out;
+  bool quoted = false;
+  for (size_t i = 0; i < json.size(); i++) {
+    if (quoted || !isspace(static_cast<unsigned char>(json[i])))
+      out += json[i];
+    if (quoted && json[i] == '\\' && i + 1 < json.size())
+      out += json[++i];
+    else if (json[i] == '"')
+      quoted = !quoted;
+  }
+  return out;
+}
+
 std::string node(const std::string &properties) {
   return R"({"__type__": "Node", "__properties__": {)" + properties + "}}";
 }
@@ -61,8 +77,7 @@ const char *const canonical =
 
 TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
   const std::string shapes[] = {
-      node(canonical),
-      "\n\t " + node(canonical) + " \r\n",
+      node(canonical), "\n\t " + node(canonical) + " \r\n",
       node(R"("id": {"__value__": "5", "__type__": "Long"})"),
       // Shapes of the scalars the fast road leaves to the deserializers.
       node(R"("id": {"__type__": "Long", "__value__": 5})"),
@@ -73,80 +88,175 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
       node(R"("id": {"__type__": 3, "__value__": "5"})"),
       node(R"("id": {"__type__": "Long", "__value__": "5", "__value__": "6"})"),
       node(R"("id": {"__type__": "Long", "__value__": " 12abc"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "99999999999999999999"})"),
+      node(
+          R"("id": {"__type__": "Long", "__value__": "99999999999999999999"})"),
       node(R"("code": {"__type__": "ULong", "__value__": "-1"})"),
       node(R"j("weight": {"__type__": "Double", "__value__": "nan(1)"})j"),
       node(R"("when": {"__type__": "Time", "__value__": "5"})"),
       node(R"("when": {"__type__": "Time", "__value__": 1.5e2})"),
       node(R"("when": {"__type__": "Time", "__value__": -0})"),
-      node(R"("when": {"__type__": "Time", "__value__": 123456789012345678901234})"),
+      node(
+          R"("when": {"__type__": "Time", "__value__": 123456789012345678901234})"),
       node(R"("when": {"__type__": "Time", "__value__": 1e400})"),
       node(R"("day": {"__type__": "Date", "__value__": 9.3e18})"),
-      node(R"("count": 2147483648)"),
-      node(R"("count": 3.7)"),
-      node(R"("count": "3")"),
-      node(R"("count": 01)"),
-      node(R"("ok": 1)"),
-      node(R"("ok": "true")"),
-      node(R"("name": "a\nb\"\\\/\u00e9")"),
-      node(R"("name": 5)"),
-      node("\"name\": \"raw\tcontrol\""),
+      node(R"("count": 2147483648)"), node(R"("count": 3.7)"),
+      node(R"("count": "3")"), node(R"("count": 01)"), node(R"("ok": 1)"),
+      node(R"("ok": "true")"), node(R"("name": "a\nb\"\\\/\u00e9")"),
+      node(R"("name": 5)"), node("\"name\": \"raw\tcontrol\""),
       node(R"("address": {"__type__": "IP", "__value__": null})"),
       node(R"("secret": {"__type__": "Ciphered", "__value__": "a\u0000b"})"),
       // Records: members twice, null, of other kinds, unknown, with escapes.
-      node(R"("id": {"__type__": "Long", "__value__": "1"}, "id": {"__type__": "Long", "__value__": "2"})"),
+      node(
+          R"("id": {"__type__": "Long", "__value__": "1"}, "id": {"__type__": "Long", "__value__": "2"})"),
       node(R"("id": null, "id": {"__type__": "Long", "__value__": "2"})"),
       node(R"("id": {"__type__": "Long", "__value__": "2"}, "id": null)"),
       node(R"("id": [1], "id": {"__type__": "Long", "__value__": "2"})"),
       node(R"("child": {"__properties__": {"id": [1]}})"),
       node(R"("child": {"__properties__": null})"),
-      node(R"("child": {"__properties__": {}, "__properties__": {"name": "x"}})"),
+      node(
+          R"("child": {"__properties__": {}, "__properties__": {"name": "x"}})"),
       node(R"("child": {"__properties__": {"name": "x"}, "extra": 1})"),
       node(R"("child": {"__type__": "Node"})"),
+      node(
+          R"("child": {"__type__": "Node", "__properties__": {"name": "x"}, "extra": 1})"),
+      node(
+          R"("id": {"__type__": "Long", "__value__": "5"}, "child": {"__type__": "Node", "__properties__": {"id": {"__type__": "Long", "__value__": "5", "__value__": "6"}}})"),
       node(R"("child": [])"),
       node(R"("later": [1, {"a": null}], "later": "twice", "n\u0061me": "k")"),
       node(R"("x": 1e400)"),
+      R"({"__type__": "N\u006fde", "__properties__": {"name": "a"}})",
+      R"({"__type__": "Node", "__properties__": {"name": "a"}, "__type__": "x"})",
       R"({"__properties__": {"name": "a"}, "__type__": "Node", "__properties__": {}})",
       R"({"__properties__": {"name": "a"}} trailing)",
       R"({"__properties__": {"name": "a"} /* c */})",
       R"({"__properties__": {"name": "a",}})",
       "\xef\xbb\xbf" + node(R"("name": "bom")"),
       // Containers: sub-types, entries, totals, extra keys.
-      node(R"("tags": {"__type__": "List", "__sub_type__": "Long", "__elements__": ["a"]})"),
+      node(
+          R"("tags": {"__type__": "List", "__sub_type__": "Long", "__elements__": ["a"]})"),
       node(R"("tags": {"__type__": "List", "__elements__": ["a"]})"),
-      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": ["a", 1, null]})"),
-      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": {"a": "b"}})"),
-      node(R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": [], "x": 0})"),
-      node(R"("numbers": {"__type__": "List", "__sub_type__": "Integer", "__elements__": [1.5, true]})"),
-      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__elements__": []})"),
-      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": "3", "__elements__": []})"),
-      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [null]})"),
-      node(R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [{"__properties__": {"node": 3}}]})"),
-      node(R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"f": true, "f": false, "e": 1}})"),
+      node(
+          R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": ["a", 1, null]})"),
+      node(
+          R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": {"a": "b"}})"),
+      node(
+          R"("tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": [], "x": 0})"),
+      node(
+          R"("numbers": {"__type__": "List", "__sub_type__": "Integer", "__elements__": [1.5, true]})"),
+      node(
+          R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__elements__": []})"),
+      node(
+          R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": "3", "__elements__": []})"),
+      node(
+          R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [null]})"),
+      node(
+          R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [{"__properties__": {"node": 3}}]})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"f": true, "f": false, "e": 1}})"),
       // Not JSON, or not all of it.
-      "", "{", node(R"("name": "cut)"), node("\"name\": \"a\"") + "}", "[1]", "null",
-      std::string(600, '[') + std::string(600, ']'),
+      "", "{", node(R"("name": "cut)"), node("\"name\": \"a\"") + "}", "[1]",
+      "null", std::string(600, '[') + std::string(600, ']'),
       node(std::string("\"deep\": ") + std::string(600, '[') +
            std::string(600, ']'))};
-for (const std::string &json : shapes)
-  expect_same(json);
+  for (const std::string &json : shapes) {
+    expect_same(json);
+    expect_same(compact(json));
+  }
+}
+
+TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
+  using velmora_text::Read;
+  struct Road {
+    velmora_text::FastRead read;
+    value_deleter release;
+  };
+  const Road long_{velmora_text::fast_long, Long_deleter},
+      date{velmora_text::fast_date, Date_deleter},
+      ip{velmora_text::fast_ip, IP_deleter},
+      text{velmora_text::fast_text, string_deleter},
+      integer{velmora_text::fast_integer, Integer_deleter},
+      boolean{velmora_text::fast_boolean, Boolean_deleter},
+      none{velmora_text::fast_none, free},
+      texts{[](velmora_text::Cursor &c, void **out) {
+              list_s *(*make)() = [] {
+                return list_new("Unicode", string_deleter, nullptr, nullptr,
+                                nullptr);
+              };
+              return velmora_text::container(
+                  c, "Unicode", velmora_text::fast_text, make, list_del, out);
+            },
+            list_del};
+  const struct {
+    Road road;
+    const char *json;
+    Read expected;
+  } cases[] = {
+      {long_, R"({"__type__":"Long","__value__":"5"})", Read::done},
+      {long_, R"( { "__type__" : "Long" , "__value__" : "5" } )", Read::done},
+      {long_, R"({"__value__":"5","__type__":"Long"})", Read::done},
+      {long_, R"({"__type__":"Long","__value__":5})", Read::other},
+      {long_, R"({"__type__":"Long","__value__":"5","x":1})", Read::other},
+      {long_, R"({"__type__":"Long","__value__":"\u0035"})", Read::other},
+      {long_, R"({"__type__":"Long"})", Read::other},
+      {date, R"({"__type__":"Date","__value__":1700000000.0})", Read::done},
+      {date, R"({"__type__":"Date","__value__":-0.5})", Read::done},
+      {date, R"({"__type__":"Date","__value__":1e5})", Read::other},
+      {date, R"({"__type__":"Date","__value__":"5"})", Read::other},
+      {ip, R"({"__type__":"IP","__value__":"192.0.2.1"})", Read::done},
+      {ip, R"({"__type__":"IP","__value__":null})", Read::other},
+      {text, R"("plain")", Read::done},
+      {text, R"("a\nb")", Read::other},
+      {integer, "-2147483648", Read::done},
+      {integer, "2147483648", Read::other},
+      {integer, "1.0", Read::other},
+      {boolean, "false", Read::done},
+      {boolean, "1", Read::other},
+      {none, "{}", Read::other},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":["a","b"]})",
+       Read::done},
+      {texts,
+       R"({"__elements__":[],"__sub_type__":"Unicode","__type__":"List"})",
+       Read::done},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Long","__elements__":["a"]})",
+       Read::other},
+      {texts, R"({"__type__":"List","__elements__":["a"]})", Read::other},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":["a",1]})",
+       Read::other},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":[null]})",
+       Read::other},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":[],"x":0})",
+       Read::other}};
+  for (const auto &c : cases) {
+    std::string json = c.json;
+    velmora_text::Cursor cursor{json.data(), json.data() + json.size(), 0};
+    void *value = nullptr;
+    EXPECT_EQ(c.road.read(cursor, &value), c.expected) << json;
+    EXPECT_EQ(value != nullptr, c.expected == Read::done) << json;
+    c.road.release(value);
+  }
 }
 
 TEST(TextRead, AReplyIsReadOnlyWhenAllOfItIsStrictJson) {
   const struct {
     const char *reply, *value; /* null: the fast road gives up */
-  } cases[] = {{R"({"m": "v"})", "v"},
-               {R"( {"a": [1, {"b": null}], "m": "w", "z": 1.5} )", "w"},
-               {R"({"m": "v\n"})", "v\n"},
-               {R"({"m": "v", "m": "w"})", nullptr},
-               {R"({"m": null})", nullptr},
-               {R"({"a": 1})", nullptr},
-               {R"({"m": "v"} x)", nullptr},
-               {R"({"m": "v", "a": [1,]})", "v"}, /* jsoncpp takes the comma too */
-               {R"({"a": tru, "m": "v"})", nullptr},
-               {"{\"m\": \"v\" // c\n}", nullptr},
-               {R"(["m"])", nullptr},
-               {R"({"m\u0000": "v"})", nullptr}};
+  } cases[] = {
+      {R"({"m": "v"})", "v"},
+      {R"( {"a": [1, {"b": null}], "m": "w", "z": 1.5} )", "w"},
+      {R"({"m": "v\n"})", "v\n"},
+      {R"({"m": "v", "m": "w"})", nullptr},
+      {R"({"m": null})", nullptr},
+      {R"({"a": 1})", nullptr},
+      {R"({"m": "v"} x)", nullptr},
+      {R"({"m": "v", "a": [1,]})", "v"}, /* jsoncpp takes the comma too */
+      {R"({"a": tru, "m": "v"})", nullptr},
+      {"{\"m\": \"v\" // c\n}", nullptr},
+      {R"(["m"])", nullptr},
+      {R"({"m\u0000": "v"})", nullptr}};
   for (const auto &c : cases) {
     void *value = nullptr;
     std::string reply = c.reply;
