@@ -1,0 +1,312 @@
+/*
+ * A page of 50,000 four-field items (about 11 MB in the devserver's own
+ * form, {"result": <ResultSet>} written compact by jsoncpp), served by the
+ * devserver (--route, argument 1) and by the tests' raw loopback server in
+ * this process (argument 0), and read three ways in one run: the transfer
+ * alone (send_request); the generated items_list call as it reads its reply
+ * now, from the text; and the same call reading through a jsoncpp tree, as
+ * generated calls did before. Then the page read from text in memory,
+ * ResultSet_Item_read against jsoncpp's parse and result_set_deserialize.
+ * Each case is one call per iteration; compare the medians.
+ *
+ * BM_call_memory counts the heap through this program's own malloc: the
+ * call's peak over what it started with, less what the page still holds
+ * after it, over the reply's size.
+ */
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <malloc.h>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <json/json.h>
+
+#include "devserver_process.h"
+#include "items.h"
+#include "loopback_server.h"
+
+/* ---- Heap counting: glibc lets a program replace malloc ---------------- */
+
+extern "C" {
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *block, size_t size);
+void *__libc_memalign(size_t alignment, size_t size);
+void __libc_free(void *block);
+}
+
+namespace {
+
+std::atomic<bool> counting{false};
+std::atomic<long> heap_now{0}, heap_peak{0};
+
+void *noted(void *block, long before) {
+  if (!counting.load(std::memory_order_relaxed))
+    return block;
+  long now = heap_now +=
+      long(block == nullptr ? 0 : malloc_usable_size(block)) - before;
+  long peak = heap_peak.load();
+  while (now > peak && !heap_peak.compare_exchange_weak(peak, now)) {
+  }
+  return block;
+}
+
+long size_of(void *block) {
+  return block == nullptr ? 0 : long(malloc_usable_size(block));
+}
+
+} // namespace
+
+extern "C" void *malloc(size_t size) {
+  return noted(__libc_malloc(size), 0);
+}
+extern "C" void *calloc(size_t count, size_t size) {
+  return noted(__libc_calloc(count, size), 0);
+}
+extern "C" void *realloc(void *block, size_t size) {
+  long before = counting.load(std::memory_order_relaxed) ? size_of(block) : 0;
+  void *moved = __libc_realloc(block, size);
+  return moved == nullptr && size != 0 ? moved : noted(moved, before);
+}
+extern "C" void *memalign(size_t alignment, size_t size) {
+  return noted(__libc_memalign(alignment, size), 0);
+}
+extern "C" void *aligned_alloc(size_t alignment, size_t size) {
+  return memalign(alignment, size);
+}
+extern "C" int posix_memalign(void **block, size_t alignment, size_t size) {
+  *block = memalign(alignment, size);
+  return *block == nullptr ? 12 : 0;
+}
+extern "C" void free(void *block) {
+  if (counting.load(std::memory_order_relaxed))
+    noted(nullptr, size_of(block));
+  __libc_free(block);
+}
+
+namespace {
+
+const int items = 50000;
+
+using PageHandle = std::unique_ptr<result_set_s, void (*)(void *)>;
+
+/* The page as the devserver writes it. */
+std::string page_reply() {
+  PageHandle page(result_set_new("Item", Item_deleter, Item_deserialize,
+                                 Item_serialize, Item_copier),
+                  result_set_del);
+  for (int64_t i = 0; i < items; i++) {
+    std::unique_ptr<Item, void (*)(void *)> item(Item_new(), Item_deleter);
+    int64_t created = 1700000000 + i * 86400;
+    std::string name = "item " + std::to_string(i) + " of the catalogue";
+    std::string address =
+        "192.0." + std::to_string(i % 256) + "." + std::to_string(i % 200);
+    item_setId(item.get(), &i);
+    item_setName(item.get(), name.c_str());
+    item_setAddress(item.get(), address.c_str());
+    item_setCreated(item.get(), &created);
+    result_set_add(page.get(), item.get());
+  }
+  result_set_set_total_items(page.get(), items);
+  Json::Value reply;
+  result_set_serialize(page.get(), reply["result"]);
+  Json::StreamWriterBuilder compact;
+  compact["indentation"] = "";
+  return Json::writeString(compact, reply);
+}
+
+const std::string &reply_body() {
+  static const std::string body = page_reply();
+  return body;
+}
+
+LoopbackServer &loopback() {
+  static LoopbackServer instance({http_reply(200, "", reply_body())});
+  return instance;
+}
+
+/* The devserver answering /items/list with the page from a file. */
+DevserverProcess &devserver() {
+  static std::string file = [] {
+    char name[] = "/tmp/velmora-page-XXXXXX";
+    int fd = mkstemp(name);
+    if (fd < 0 || write(fd, reply_body().data(), reply_body().size()) !=
+                      ssize_t(reply_body().size()))
+      abort();
+    close(fd);
+    return std::string(name);
+  }();
+  static DevserverProcess instance(
+      VELMORA_DEVSERVER, {"--user", "bench", "--password", "bench-password",
+                          "--route", "/items/list=" + file});
+  return instance;
+}
+
+/* A signed client of server 0 (loopback) or 1 (devserver). */
+client_context_s *context(int64_t server) {
+  static client_context_s *made[2] = {nullptr, nullptr};
+  if (made[server] == nullptr) {
+    made[server] = client_context_new();
+    client_context_set_port(made[server], server == 0 ? loopback().port()
+                                                      : devserver().port());
+    client_context_set_user(made[server], "bench");
+    client_context_set_password(made[server], "bench-password");
+  }
+  return made[server];
+}
+
+const std::string request_body = R"({"list_info":{"__type__":"ListInfo",)"
+                                 R"("__properties__":{"limit":0}}})";
+
+/* What generated calls did before: the whole reply as a jsoncpp tree. */
+result_set_s *read_tree(const std::string &text) {
+  Json::Value document;
+  std::unique_ptr<Json::CharReader> parser(
+      Json::CharReaderBuilder().newCharReader());
+  if (!parser->parse(text.data(), text.data() + text.size(), &document,
+                     nullptr))
+    return nullptr;
+  result_set_s *page = result_set_new("Item", Item_deleter, Item_deserialize,
+                                      Item_serialize, Item_copier);
+  result_set_deserialize(page, document["result"]);
+  return page;
+}
+
+void BM_transfer(benchmark::State &state) {
+  std::string reply;
+  for (auto _ : state)
+    if (send_request(context(state.range(0)), "/items/list", request_body,
+                     &reply) != 0)
+      state.SkipWithError("request failed");
+  state.counters["reply_MB"] = double(reply_body().size()) / 1e6;
+}
+
+/* Frees a page outside the timing: the cases compare getting pages, and
+ * every way of getting one frees it alike. */
+void drop(benchmark::State &state, result_set_s *page) {
+  state.PauseTiming();
+  result_set_del(page);
+  state.ResumeTiming();
+}
+
+/* One generated call; null when it fails. */
+result_set_s *call(int64_t server) {
+  std::unique_ptr<ListInfo, void (*)(void *)> query(ListInfo_new(),
+                                                    ListInfo_deleter);
+  listinfo_setLimit(query.get(), 0);
+  result_set_s *page = nullptr;
+  items_list(context(server), query.get(), &page);
+  return page;
+}
+
+void BM_call_generated(benchmark::State &state) {
+  for (auto _ : state) {
+    result_set_s *page = call(state.range(0));
+    if (result_get_nb_elements(page) != items)
+      state.SkipWithError("call failed");
+    drop(state, page);
+  }
+}
+
+void BM_call_memory(benchmark::State &state) {
+  std::unique_ptr<ListInfo, void (*)(void *)> query(ListInfo_new(),
+                                                    ListInfo_deleter);
+  listinfo_setLimit(query.get(), 0);
+  double peak = 0, held = 0;
+  client_context_s *client = context(0);
+  for (auto _ : state) {
+    heap_now = 0, heap_peak = 0;
+    counting = true;
+    result_set_s *page = nullptr;
+    if (items_list(client, query.get(), &page) != 0)
+      state.SkipWithError("call failed");
+    held = double(heap_now.load());
+    peak = double(heap_peak.load());
+    counting = false;
+    result_set_del(page);
+  }
+  state.counters["records_MB"] = held / 1e6;
+  state.counters["peak_less_records_x_reply"] =
+      (peak - held) / double(reply_body().size());
+}
+
+void BM_call_through_tree(benchmark::State &state) {
+  std::string reply;
+  for (auto _ : state) {
+    if (send_request(context(state.range(0)), "/items/list", request_body,
+                     &reply) != 0)
+      state.SkipWithError("request failed");
+    result_set_s *page = read_tree(reply);
+    if (result_get_nb_elements(page) != items)
+      state.SkipWithError("read failed");
+    drop(state, page);
+  }
+}
+
+/* The ResultSet envelope alone, as a user holding the text reads it. */
+const std::string &page_text() {
+  static const std::string text = [] {
+    const std::string &body = reply_body();
+    size_t begin = body.find(':') + 1;
+    return body.substr(begin, body.size() - begin - 1);
+  }();
+  return text;
+}
+
+void BM_read_text(benchmark::State &state) {
+  for (auto _ : state) {
+    result_set_s *page =
+        ResultSet_Item_read(page_text().data(), page_text().size());
+    if (result_get_nb_elements(page) != items)
+      state.SkipWithError("read failed");
+    drop(state, page);
+  }
+}
+
+void BM_read_jsoncpp(benchmark::State &state) {
+  for (auto _ : state) {
+    Json::Value tree;
+    std::unique_ptr<Json::CharReader> parser(
+        Json::CharReaderBuilder().newCharReader());
+    const std::string &text = page_text();
+    parser->parse(text.data(), text.data() + text.size(), &tree, nullptr);
+    result_set_s *page = result_set_new("Item", Item_deleter, Item_deserialize,
+                                        Item_serialize, Item_copier);
+    result_set_deserialize(page, tree);
+    if (result_get_nb_elements(page) != items)
+      state.SkipWithError("read failed");
+    drop(state, page);
+  }
+}
+
+void configure(benchmark::internal::Benchmark *b) {
+  b->Iterations(1)->Repetitions(9)->ReportAggregatesOnly(true)->Unit(
+      benchmark::kMillisecond);
+}
+
+BENCHMARK(BM_transfer)->Apply(configure)->Arg(0)->Arg(1)->UseRealTime();
+BENCHMARK(BM_call_generated)->Apply(configure)->Arg(0)->Arg(1)->UseRealTime();
+BENCHMARK(BM_call_through_tree)
+    ->Apply(configure)
+    ->Arg(0)
+    ->Arg(1)
+    ->UseRealTime();
+BENCHMARK(BM_call_memory)->Iterations(1);
+BENCHMARK(BM_read_text)->Apply(configure);
+BENCHMARK(BM_read_jsoncpp)->Apply(configure);
+
+} // namespace
+
+int main(int argc, char **argv) {
+  static char interleave[] = "--benchmark_enable_random_interleaving=true";
+  std::vector<char *> args(argv, argv + argc);
+  args.insert(args.begin() + 1, interleave);
+  int count = int(args.size());
+  benchmark::Initialize(&count, args.data());
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+}
