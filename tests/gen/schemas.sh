@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Bad schemas and the one line that refuses each (exit 2, nothing written);
 # then --infer on a reply, with and without a conflicting field, its
-# schema generated into a directory that does not exist yet.
+# schema generated into a directory that does not exist yet; then --infer
+# on recorded exchanges: operations, their names, and conflicts.
 # Usage: schemas.sh VELMORA_GEN
 set -euo pipefail
 gen=$1
@@ -68,4 +69,26 @@ status=0
 [ "$status" = 2 ] &&
   [ "$(cat "$work/err")" = "velmora-gen: record Item, field name: seen as Unicode and as Integer" ] ||
   { echo "FAIL: conflict: exit $status, $(cat "$work/err")"; failed=1; }
+
+# Recordings: two exchanges in a directory, and the schema inferred from
+# them (white space dropped) or the conflict reported.
+long='{"__type__":"Long","__value__":"1"}'
+item='{"__type__":"Item","__properties__":{"id":'$long'}}'
+while IFS='|' read -r first second expected; do
+  rm -rf "$work/rec" && mkdir "$work/rec"
+  printf '%s' "$first" >"$work/rec/000001.json"
+  printf '%s' "$second" >"$work/rec/000002.json"
+  status=0
+  "$gen" --infer "$work/rec" >"$work/out" 2>&1 || status=$?
+  got=$(tr -d ' \n' <"$work/out")
+  [ "$got" = "$(tr -d ' ' <<<"$expected")" ] && [ "$status" = "$([[ $expected == velmora-gen:* ]] && echo 2 || echo 0)" ] ||
+    { echo "FAIL: $first $second: exit $status, $got"; failed=1; }
+done <<TABLE
+{"recording":1,"path":"/items/get","request":{"id":$long},"status":200,"reply":{"result":$item}}|{"recording":1,"path":"/items/get","request":{"id":"1","x":null},"status":401,"reply":{"a":$long}}|velmora-gen: operation items_get, argument id: seen as Long and as Unicode
+{"recording":1,"path":"/items/get","status":200,"reply":{"result":$item}}|{"recording":1,"path":"/items/get","status":200,"reply":{"result":3}}|velmora-gen: operation items_get, result: seen as Item and as Integer
+{"recording":1,"path":"/items/get","status":200,"reply":{"result":$item}}|{"recording":1,"path":"/items/get","status":200,"reply":{"item":$item}}|velmora-gen: operation items_get, result_member: seen as result and as item
+{"recording":1,"path":"/items/list","request":{"q":null},"status":500,"reply":{"result":3}}|{"recording":1,"path":"/items-list","request":{"q":"a"},"status":200,"reply":{"n":null,"more":true}}|{"records":{},"operations":{"items_list":{"path":"/items/list","arguments":{}},"items_list_2":{"path":"/items-list","arguments":{"q":"Unicode"},"result":"Boolean","result_member":"more"}}}
+{"recording":1,"path":"/class","status":200,"reply":{"n":null,"total":2,"result":$item}}|{"recording":1,"path":"/2fa/x","request":{"class":$item},"status":200,"reply":{"list":{"__type__":"List","__sub_type__":"Long","__elements__":[]}}}|{"records":{"Item":{"id":"Long"}},"operations":{"class_":{"path":"/class","arguments":{},"result":"Item"},"n2fa_x":{"path":"/2fa/x","arguments":{"class":"Item"},"result":"List<Long>","result_member":"list"}}}
+{"result":{"__type__":"Part","__properties__":{"x":1}}}|{"recording":1,"path":"/p","request":{"info":{"__type__":"ListInfo","__properties__":{}}},"status":200,"reply":{"result":{"__type__":"Part","__properties__":{"x":"s"}}}}|velmora-gen: record Part, field x: seen as Integer and as Unicode
+TABLE
 exit $failed

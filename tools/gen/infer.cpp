@@ -1,19 +1,31 @@
 #include "infer.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <utility>
 #include <vector>
 
 #include <json/writer.h>
 
 #include "json_order.h"
+#include "names.h"
 
 namespace velmora_gen {
 
 namespace {
 
+using Typed = std::vector<std::pair<std::string, std::string>>; /* name, type */
+
 struct Seen {
   std::string name;
-  std::vector<std::pair<std::string, std::string>> fields; /* name, type */
+  Typed fields;
+};
+
+/* An operation seen in recordings, keyed by its path. */
+struct Call {
+  std::string path, name;
+  Typed arguments;
+  std::string result, result_member;
 };
 
 class Inferrer {
@@ -21,14 +33,23 @@ public:
   /* The type of a value; "" when it does not tell (null, plain numbers
    * and objects without "__type__", whose members are still searched). */
   std::string type_of(const Json::Value &value);
+  void recording(const Json::Value &exchange);
   std::string schema() const;
   std::string conflicts;
 
 private:
   std::string container(const std::string &name, const Json::Value &value);
   void record(const std::string &name, const Json::Value &properties);
-  void note(Seen &record, const std::string &field, const std::string &type);
+  void reply(Call &call, const Json::Value &body);
+  Call &call_of(const std::string &path);
+  void agree(const std::string &what, std::string &seen,
+             const std::string &type);
+  void note(const std::string &where, Typed &seen, const std::string &name,
+            const std::string &type);
+  std::string records_text() const;
+  std::string calls_text() const;
   std::vector<Seen> records_;
+  std::vector<Call> calls_;
 };
 
 std::string Inferrer::type_of(const Json::Value &value) {
@@ -77,29 +98,71 @@ void Inferrer::record(const std::string &name, const Json::Value &properties) {
     records_.push_back({name, {}});
   for (const std::string &field : ordered_members(properties)) {
     std::string type = type_of(properties[field]);
-    note(records_[at], field, type);
+    note("record " + name + ", field ", records_[at].fields, field, type);
   }
 }
 
-void Inferrer::note(Seen &record, const std::string &field,
-                    const std::string &type) {
-  for (auto &seen : record.fields)
-    if (seen.first == field) {
-      if (seen.second.empty())
-        seen.second = type;
-      else if (!type.empty() && type != seen.second)
-        conflicts.append("record ")
-            .append(record.name)
-            .append(", field ")
-            .append(field)
-            .append(": seen as ")
-            .append(seen.second)
-            .append(" and as ")
-            .append(type)
-            .append("\n");
-      return;
-    }
-  record.fields.emplace_back(field, type);
+/* The arguments are the request's members; the result is read from a 200
+ * reply alone, as the generated call reads it. */
+void Inferrer::recording(const Json::Value &exchange) {
+  Call &call = call_of(exchange["path"].asString());
+  const Json::Value &request = exchange["request"];
+  if (request.isObject())
+    for (const std::string &name : ordered_members(request))
+      note("operation " + call.name + ", argument ", call.arguments, name,
+           type_of(request[name]));
+  const Json::Value &body = exchange["reply"];
+  if (exchange["status"] == 200 && body.isObject())
+    reply(call, body);
+}
+
+/* The result member: a reply's only member, else "result" when it has one,
+ * else its first member whose type shows. */
+void Inferrer::reply(Call &call, const Json::Value &body) {
+  std::string member, type;
+  for (const std::string &name : ordered_members(body)) {
+    std::string seen = type_of(body[name]);
+    bool better = member.empty() || (member != "result" && name == "result") ||
+                  (type.empty() && member != "result" && !seen.empty());
+    if (better)
+      member = name, type = seen;
+  }
+  if (type.empty())
+    return;
+  const std::string where = "operation " + call.name + ", ";
+  agree(where + "result_member", call.result_member, member);
+  agree(where + "result", call.result, type);
+}
+
+/* A path's operation, named by the naming rule; a name an earlier path
+ * took gets _2, _3, ... */
+Call &Inferrer::call_of(const std::string &path) {
+  for (Call &call : calls_)
+    if (call.path == path)
+      return call;
+  std::string base = operation_name(path), name = base;
+  for (int n = 2; std::any_of(calls_.begin(), calls_.end(),
+                              [&](const Call &c) { return c.name == name; });
+       n++)
+    name = base + "_" + std::to_string(n);
+  calls_.push_back({path, name, {}, "", ""});
+  return calls_.back();
+}
+
+void Inferrer::agree(const std::string &what, std::string &seen,
+                     const std::string &type) {
+  if (seen.empty())
+    seen = type;
+  else if (!type.empty() && type != seen)
+    conflicts += what + ": seen as " + seen + " and as " + type + "\n";
+}
+
+void Inferrer::note(const std::string &where, Typed &seen,
+                    const std::string &name, const std::string &type) {
+  for (auto &known : seen)
+    if (known.first == name)
+      return agree(where + name, known.second, type);
+  seen.emplace_back(name, type);
 }
 
 /* Any wire name as a JSON string, UTF-8 kept. */
@@ -109,34 +172,97 @@ std::string quoted(const std::string &text) {
   return Json::writeString(builder, Json::Value(text));
 }
 
-/* Fields only ever seen null are left out: nothing tells their type. */
-std::string Inferrer::schema() const {
-  std::string text = "{\n  \"records\": {";
-  for (size_t i = 0; i < records_.size(); i++) {
+/* Members only ever seen null are left out: nothing tells their type. */
+std::string typed_members(const Typed &members) {
+  std::string text, sep;
+  for (const auto &member : members)
+    if (!member.second.empty()) {
+      text += sep + quoted(member.first) + ": " + quoted(member.second);
+      sep = ", ";
+    }
+  return "{" + text + "}";
+}
+
+std::string Inferrer::records_text() const {
+  std::string text = "  \"records\": {";
+  for (size_t i = 0; i < records_.size(); i++)
     text += std::string(i == 0 ? "" : ",") + "\n    " +
-            quoted(records_[i].name) + ": {";
-    std::string sep;
-    for (const auto &field : records_[i].fields)
-      if (!field.second.empty()) {
-        text += sep + quoted(field.first) + ": " + quoted(field.second);
-        sep = ", ";
-      }
+            quoted(records_[i].name) + ": " + typed_members(records_[i].fields);
+  return text + (records_.empty() ? "}" : "\n  }");
+}
+
+std::string Inferrer::calls_text() const {
+  std::string text = ",\n  \"operations\": {";
+  for (size_t i = 0; i < calls_.size(); i++) {
+    const Call &call = calls_[i];
+    text += std::string(i == 0 ? "" : ",") + "\n    " + quoted(call.name) +
+            ": {\"path\": " + quoted(call.path) +
+            ", \"arguments\": " + typed_members(call.arguments);
+    if (!call.result.empty())
+      text += ", \"result\": " + quoted(call.result);
+    if (!call.result.empty() && call.result_member != "result")
+      text += ", \"result_member\": " + quoted(call.result_member);
     text += "}";
   }
-  return text + (records_.empty() ? "}\n}\n" : "\n  }\n}\n");
+  return text + "\n  }";
+}
+
+std::string Inferrer::schema() const {
+  return "{\n" + records_text() + (calls_.empty() ? "" : calls_text()) +
+         "\n}\n";
+}
+
+/* The files an input names: itself, or a directory's .json files in name
+ * order (recordings are numbered in arrival order). */
+bool input_files(const std::string &input, std::vector<std::string> *files,
+                 std::string *error) {
+  namespace fs = std::filesystem;
+  std::error_code failed;
+  if (!fs::is_directory(input, failed)) {
+    files->push_back(input);
+    return true;
+  }
+  std::vector<std::string> found;
+  for (fs::directory_iterator it(input, failed), end; !failed && it != end;
+       it.increment(failed))
+    if (it->path().extension() == ".json" &&
+        it->path().filename().string()[0] != '.')
+      found.push_back(it->path().string());
+  if (failed) {
+    *error = "cannot read " + input + ": " + failed.message() + "\n";
+    return false;
+  }
+  std::sort(found.begin(), found.end());
+  files->insert(files->end(), found.begin(), found.end());
+  return true;
+}
+
+/* A devserver's recording of one exchange, as against a plain reply. */
+bool is_recording(const Json::Value &value) {
+  return value.isObject() && value["recording"].isNumeric() &&
+         value["path"].isString();
 }
 
 } // namespace
 
-bool infer_schema(const std::string &file, std::string *schema,
+bool infer_schema(const std::vector<std::string> &inputs, std::string *schema,
                   std::string *error) {
-  Json::Value reply;
-  if (!read_json_file(file, &reply, error)) {
-    *error += "\n";
-    return false;
-  }
+  std::vector<std::string> files;
+  for (const std::string &input : inputs)
+    if (!input_files(input, &files, error))
+      return false;
   Inferrer inferrer;
-  inferrer.type_of(reply);
+  for (const std::string &file : files) {
+    Json::Value value;
+    if (!read_json_file(file, &value, error)) {
+      *error += "\n";
+      return false;
+    }
+    if (is_recording(value))
+      inferrer.recording(value);
+    else
+      inferrer.type_of(value);
+  }
   *error = inferrer.conflicts;
   *schema = inferrer.schema();
   return error->empty();

@@ -1,14 +1,18 @@
-/* A schema inferred from a reply that holds typed envelopes. */
+/* A schema inferred from replies that hold typed envelopes, and from a
+ * devserver's recordings of whole exchanges. */
 #ifndef VELMORA_GEN_INFER_H
 #define VELMORA_GEN_INFER_H
 
 #include <string>
+#include <vector>
 
 namespace velmora_gen {
 
-/* The schema's text, records in the order first seen; false with one line
- * per conflicting field (two types seen) in `error`. */
-bool infer_schema(const std::string &file, std::string *schema,
+/* The schema's text from `inputs` (files, or directories standing for
+ * their .json files), records and operations in the order first seen;
+ * false with one line per conflict (two types seen for one field,
+ * argument or result) or one line naming an unreadable input in `error`. */
+bool infer_schema(const std::vector<std::string> &inputs, std::string *schema,
                   std::string *error);
 
 } // namespace velmora_gen

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <velmora/version.h>
 
@@ -18,14 +19,21 @@ namespace {
 
 const char *const usage_text =
     "usage: velmora-gen [--output-dir DIR] [--name BASE] SCHEMA.json\n"
-    "       velmora-gen --infer REPLY.json\n"
+    "       velmora-gen --infer FILE|DIR...\n"
     "       velmora-gen --help | --version\n"
     "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
-    "(default: ., made when missing); --infer prints a schema inferred from\n"
-    "typed envelopes.\n";
+    "(default: ., made when missing). --infer prints a schema inferred from\n"
+    "typed envelopes: records from replies, and operations too from\n"
+    "velmora-devserver --record files (a directory stands for its .json\n"
+    "files): the name from the path, the arguments from the request's\n"
+    "members, the result from a 200 reply's only member, else its \"result\",\n"
+    "else its first member of a known type. Two types seen for one field,\n"
+    "argument or result are reported, one line each (exit 2).\n";
 
 struct Options {
-  std::string output_dir = ".", name, schema, infer;
+  std::string output_dir = ".", name;
+  bool infer = false;
+  std::vector<std::string> inputs;
 };
 
 bool parse_options(int argc, char **argv, Options *options) {
@@ -36,14 +44,15 @@ bool parse_options(int argc, char **argv, Options *options) {
       options->output_dir = argv[++i];
     else if (arg == "--name" && has_value)
       options->name = argv[++i];
-    else if (arg == "--infer" && has_value)
-      options->infer = argv[++i];
-    else if (arg.empty() || arg[0] == '-' || !options->schema.empty())
+    else if (arg == "--infer")
+      options->infer = true;
+    else if (arg.empty() || arg[0] == '-')
       return false;
     else
-      options->schema = arg;
+      options->inputs.push_back(arg);
   }
-  return options->schema.empty() != options->infer.empty();
+  return options->infer ? !options->inputs.empty()
+                        : options->inputs.size() == 1;
 }
 
 std::string base_name(const std::string &path) {
@@ -76,12 +85,12 @@ bool write_file(const std::string &path, const std::string &text) {
 int generate(const Options &options) {
   velmora_gen::Schema schema;
   std::string error;
-  if (!velmora_gen::read_schema(options.schema, &schema, &error)) {
+  const std::string &file = options.inputs[0];
+  if (!velmora_gen::read_schema(file, &schema, &error)) {
     fprintf(stderr, "velmora-gen: %s\n", error.c_str());
     return 2;
   }
-  std::string base =
-      options.name.empty() ? base_name(options.schema) : options.name;
+  std::string base = options.name.empty() ? base_name(file) : options.name;
   velmora_gen::Catalog catalog(schema);
   if (!make_directory(options.output_dir))
     return 1;
@@ -109,10 +118,10 @@ int main(int argc, char **argv) {
     fputs(usage_text, stderr);
     return 2;
   }
-  if (options.infer.empty())
+  if (!options.infer)
     return generate(options);
   std::string schema, error;
-  if (!velmora_gen::infer_schema(options.infer, &schema, &error)) {
+  if (!velmora_gen::infer_schema(options.inputs, &schema, &error)) {
     fprintf(stderr, "velmora-gen: %s", error.c_str());
     return 2;
   }

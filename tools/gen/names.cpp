@@ -29,7 +29,8 @@ const char *const naming_rule =
     "first letter, as their accessors are). A field or argument written as\n"
     "{\"type\": T, \"c_name\": N, \"doc\": D}, or a record written as\n"
     "{\"fields\": {...}, \"c_name\": N, \"doc\": D}, takes N as it is, which\n"
-    "must be a free identifier.\n";
+    "must be a free identifier. --infer names an operation after its path\n"
+    "by steps 1 to 3 (\"/items/list\" -> items_list).\n";
 
 namespace {
 
@@ -354,6 +355,14 @@ bool plain_identifier(const std::string &name) {
 
 bool assign_c_names(Schema *schema, std::string *error) {
   return Namer(error).run(schema);
+}
+
+std::string operation_name(const std::string &path) {
+  std::string name = derived(path);
+  bool taken = keyword(name) || library_name(name) || helper_name(name) ||
+               listed(std::begin(member_names), std::end(member_names), name) ||
+               listed(std::begin(local_names), std::end(local_names), name);
+  return taken ? name + "_" : name;
 }
 
 std::string c_literal(const std::string &text) {

@@ -17,6 +17,10 @@ extern const char *const naming_rule;
  * them all; false with one line in `error` naming what is refused. */
 bool assign_c_names(Schema *schema, std::string *error);
 
+/* The C name of an operation known only by its path (`--infer`): steps 1
+ * to 3 of the rule ("/items/list" -> items_list). */
+std::string operation_name(const std::string &path);
+
 /* `text` as a C string literal: quotes, backslashes and every byte outside
  * printable ASCII escaped, so any wire name compiles as it stands. */
 std::string c_literal(const std::string &text);
