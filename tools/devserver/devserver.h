@@ -4,8 +4,10 @@
 #ifndef VELMORA_DEVSERVER_H
 #define VELMORA_DEVSERVER_H
 
+#include <atomic>
 #include <cstdio>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,6 +28,22 @@ struct Account {
   bool has_token = false;
 };
 
+/* Bodies larger than this are passed on but not written into a recording,
+ * which notes their size instead. */
+const size_t max_recorded_body = size_t{4} << 20;
+
+/* One recorded answer, as --replay matches and gives it. */
+struct Replayed {
+  long number = 0;
+  bool json = false; /* the request body: `request` if JSON, else the text */
+  Json::Value request;
+  std::string request_text;
+  std::string reply;
+  std::string reply_type;
+};
+/* Recorded answers by path, oldest first. */
+using Recording = std::map<std::string, std::vector<Replayed>>;
+
 struct Config {
   int port = 8888;
   long clock_offset = 0;
@@ -34,6 +52,11 @@ struct Config {
   bool require_auth_key = false;
   bool log_json = false;
   Script script;
+  std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
+  std::string record_dir; /* empty: nothing recorded */
+  mutable std::atomic<long> next_recording{1};
+  std::string replay_dir; /* empty: no replay */
+  Recording replayed;
 };
 
 using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
@@ -42,6 +65,7 @@ using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
 struct Note {
   std::string user = "-";
   std::string detail;
+  bool recordable = true; /* false for a reply cut or never given */
 };
 /* httplib runs each request's handler and logger on one worker thread. */
 extern thread_local Note note;
@@ -74,6 +98,32 @@ void list_items(const std::vector<ItemHandle> &catalogue,
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */
 bool inject(const Config &config, const Fault &fault, httplib::Response &res);
+
+/* Forwarding (relay.cpp) */
+bool set_upstream(const std::string &argument, Config *config,
+                  std::string *why);
+/* Sends the request on unchanged; 502 naming the upstream when it cannot
+ * be reached. */
+void forward(const Config &config, const httplib::Request &req,
+             const std::string &body, httplib::Response &res);
+
+/* Recording (record.cpp) */
+/* Strict JSON of any root; false when `body` is not wholly that. */
+bool body_json(const std::string &body, Json::Value *value);
+/* NNNNNN of "NNNNNN.json", or of ".NNNNNN.json.tmp" when `aside`; 0 for
+ * any other name. */
+long recording_number(const char *name, bool aside);
+/* Makes the directory when missing, numbers on from what it holds and
+ * drops files a stopped recorder left aside. False after saying why. */
+bool open_recording(Config *config, std::string *why);
+void record(const Config &config, long number, const httplib::Request &req,
+            const std::string &body, const httplib::Response &res);
+
+/* Replaying (replay.cpp) */
+bool load_replay(Config *config, std::string *why);
+/* The recorded answer for the request; 404 naming a path never answered. */
+void replay(const Config &config, const httplib::Request &req,
+            const std::string &body, httplib::Response &res);
 
 } // namespace devserver
 

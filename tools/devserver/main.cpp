@@ -8,6 +8,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include <curl/curl.h>
+
 #include "devserver.h"
 
 namespace devserver {
@@ -22,12 +24,10 @@ const size_t max_body = 8 << 20;
 const size_t worker_threads = 512;
 const time_t idle_seconds = 2;
 
-void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
-           const httplib::Request &req, const std::string &body,
-           httplib::Response &res) {
-  const Fault *fault = due_fault(config.script, req.path);
-  if (fault != nullptr && inject(config, *fault, res))
-    return;
+/* What this server answers itself, after the checks the service makes. */
+void answer_here(const Config &config, const std::vector<ItemHandle> &catalogue,
+                 const httplib::Request &req, const std::string &body,
+                 httplib::Response &res) {
   int auth_error = authenticate(req, body, config);
   if (auth_error != 0)
     return refuse(config, auth_error, res);
@@ -35,6 +35,8 @@ void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
   if (route != config.script.routes.end()) {
     res.set_content(route->second, "application/json");
     note.detail = "ok, route";
+  } else if (!config.replay_dir.empty()) {
+    replay(config, req, body, res);
   } else if (req.path == "/echo") {
     std::string type = req.get_header_value("Content-Type");
     res.set_content(body,
@@ -45,6 +47,23 @@ void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
   } else {
     answer_error(res, 404, "unknown path");
   }
+}
+
+/* Faults come first in every mode; a forwarded request is checked by the
+ * upstream, not here. */
+void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
+           const httplib::Request &req, const std::string &body,
+           httplib::Response &res) {
+  const Fault *fault = due_fault(config.script, req.path);
+  if (fault != nullptr && inject(config, *fault, res))
+    return;
+  if (config.upstream.empty())
+    return answer_here(config, catalogue, req, body, res);
+  auto route = config.script.routes.find(req.path);
+  if (route == config.script.routes.end())
+    return forward(config, req, body, res);
+  res.set_content(route->second, "application/json");
+  note.detail = "ok, route";
 }
 
 /* Log text keeps to one line of ASCII whatever a client sends. */
@@ -68,6 +87,8 @@ void handle(const Config &config, const std::vector<ItemHandle> &catalogue,
             const httplib::Request &req, httplib::Response &res,
             const httplib::ContentReader &read) {
   note = Note();
+  /* Numbered as they arrive, whenever their answers are ready. */
+  long number = config.record_dir.empty() ? 0 : config.next_recording++;
   if (req.is_multipart_form_data())
     return answer_error(res, 415, "multipart bodies are not served");
   try {
@@ -85,6 +106,8 @@ void handle(const Config &config, const std::vector<ItemHandle> &catalogue,
                           "request body not read");
     }
     serve(config, catalogue, req, body, res);
+    if (number != 0 && note.recordable)
+      record(config, number, req, body, res);
   } catch (const std::exception &e) {
     answer_error(res, 500, std::string("internal error: ") + e.what());
   }
@@ -209,7 +232,17 @@ int main(int argc, char **argv) {
   int status = devserver::parse_options(argc, argv, &config);
   if (status >= 0)
     return status;
-  if (config.accounts.empty())
+  /* Before any thread starts, as libcurl asks. */
+  if (!config.upstream.empty())
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+  std::string why;
+  if ((!config.record_dir.empty() &&
+       !devserver::open_recording(&config, &why)) ||
+      (!config.replay_dir.empty() && !devserver::load_replay(&config, &why))) {
+    fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+    return 1;
+  }
+  if (config.accounts.empty() && config.upstream.empty())
     fprintf(stderr, "velmora-devserver: no --user given: every request "
                     "will be refused\n");
 
@@ -232,10 +265,16 @@ int main(int argc, char **argv) {
     return 1;
   printf("%d\n", port);
   fflush(stdout);
-  fprintf(stderr,
-          "velmora-devserver: listening on http://127.0.0.1:%d, clock "
-          "offset %ld s\n",
-          port, config.clock_offset);
+  if (config.upstream.empty())
+    fprintf(stderr,
+            "velmora-devserver: listening on http://127.0.0.1:%d, clock "
+            "offset %ld s\n",
+            port, config.clock_offset);
+  else
+    fprintf(stderr,
+            "velmora-devserver: listening on http://127.0.0.1:%d, "
+            "forwarding to http://%s\n",
+            port, config.upstream.c_str());
 
   std::thread stopper([&] {
     int signal_number;

@@ -19,6 +19,8 @@ void usage(FILE *stream) {
       "                         [--auth-key KEY] [--clock-offset SECONDS]\n"
       "                         [--route PATH=FILE]... [--fault "
       "PATH:FAULT]...\n"
+      "                         [--upstream HOST:PORT | --replay DIR] "
+      "[--record DIR]\n"
       "                         [--log json]\n"
       "\n"
       "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
@@ -45,6 +47,20 @@ void usage(FILE *stream) {
       "                       auth-error=1 (a refused date, with the server's\n"
       "                       Date), delay=Ns or delay=Nms (then the answer),\n"
       "                       close (a cut reply) or hang (no answer at all)\n"
+      "  --upstream HOST:PORT forward every request to http://HOST:PORT with\n"
+      "                       its path, body and header lines unchanged, and\n"
+      "                       its status, Date, auth_error and body back; the\n"
+      "                       upstream checks signatures, this server does "
+      "not.\n"
+      "                       502 when the upstream cannot be reached\n"
+      "  --record DIR         write each exchange to DIR/NNNNNN.json (made\n"
+      "                       whole, then renamed), credentials replaced by\n"
+      "                       \"(removed)\"; a body over 4 MiB is passed on "
+      "and\n"
+      "                       only its size recorded\n"
+      "  --replay DIR         answer from DIR's recorded 200 replies: the one\n"
+      "                       whose path and JSON body match, else the latest\n"
+      "                       for the path, else 404; checks still apply\n"
       "  --log json           log one JSON object per request\n"
       "  --help               this text\n"
       "  --version            print the version\n"
@@ -113,6 +129,23 @@ bool account_option(int option, const char *argument, Config *config,
   return true;
 }
 
+/* --upstream, --record and --replay; false after saying why. */
+bool mode_option(int option, const char *argument, Config *config) {
+  std::string why;
+  if (option == 'U' && !set_upstream(argument, config, &why)) {
+  } else if (option != 'U' && *argument == '\0') {
+    why = "--record and --replay take a directory";
+  } else {
+    if (option != 'U')
+      (option == 'R' ? config->record_dir : config->replay_dir) = argument;
+    if (config->upstream.empty() || config->replay_dir.empty())
+      return true;
+    why = "--upstream and --replay exclude each other";
+  }
+  fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+  return false;
+}
+
 /* --port and --clock-offset; false after saying why. */
 bool number_option(int option, const char *argument, Config *config) {
   long value;
@@ -142,6 +175,9 @@ int parse_options(int argc, char **argv, Config *config) {
       {"route", required_argument, nullptr, 'r'},
       {"fault", required_argument, nullptr, 'f'},
       {"log", required_argument, nullptr, 'l'},
+      {"upstream", required_argument, nullptr, 'U'},
+      {"record", required_argument, nullptr, 'R'},
+      {"replay", required_argument, nullptr, 'P'},
       {"help", no_argument, nullptr, 'h'},
       {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
@@ -155,6 +191,8 @@ int parse_options(int argc, char **argv, Config *config) {
       ok = account_option(c, optarg, config, &account);
     } else if (c == 'r' || c == 'f' || c == 'l') {
       ok = script_option(c, optarg, config);
+    } else if (c == 'U' || c == 'R' || c == 'P') {
+      ok = mode_option(c, optarg, config);
     } else if (c == 'k') {
       config->auth_key = optarg;
       config->require_auth_key = true;

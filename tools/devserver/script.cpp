@@ -151,10 +151,12 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
                                return false;
                              });
     note.detail = "injected cut reply";
+    note.recordable = false;
     return true;
   case Fault::Kind::hang:
     pause(config.script, -1);
     note.detail = "injected hang";
+    note.recordable = false;
     return true;
   }
   return false;
