@@ -74,7 +74,9 @@ std::string recording_text(const httplib::Request &req, const std::string &body,
   text += "  \"path\": " + member_text(req.target) + ",\n";
   text += "  \"request_headers\": " + member_text(request_headers(req)) + ",\n";
   text += "  " + body_member("request", body) + ",\n";
-  text += "  \"status\": " + std::to_string(res.status) + ",\n";
+  /* httplib makes a status left unset 200 once the handler returns. */
+  text += "  \"status\": " + std::to_string(res.status < 0 ? 200 : res.status) +
+          ",\n";
   if (res.has_header("Date"))
     text += "  \"date\": " + member_text(res.get_header_value("Date")) + ",\n";
   return text + "  " + body_member("reply", res.body) + "\n}\n";
