@@ -1,4 +1,6 @@
-#include "devserver_script.h"
+/* Scripted routes and faults: reading --route and --fault, and playing a
+ * fault when its request comes. */
+#include "script.h"
 
 #include <cerrno>
 #include <chrono>
@@ -9,6 +11,8 @@
 #include <thread>
 
 #include <json/json.h>
+
+#include "devserver.h"
 
 namespace devserver {
 namespace {
@@ -124,6 +128,38 @@ void pause(const Script &script, long ms) {
   auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
   while (!script.stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
+  switch (fault.kind) {
+  case Fault::Kind::status:
+    answer_error(res, fault.status, "injected fault");
+    return true;
+  case Fault::Kind::auth_error:
+    note.detail = "injected date refusal";
+    refuse(config, 1, res);
+    return true;
+  case Fault::Kind::delay:
+    pause(config.script, fault.delay_ms);
+    return false;
+  case Fault::Kind::close:
+    /* Promises more than it sends, then gives up: httplib closes the
+     * connection in the middle of the body. */
+    res.set_content_provider(1000, "application/json",
+                             [](size_t, size_t, httplib::DataSink &sink) {
+                               sink.write("{\"cut\": ", 8);
+                               return false;
+                             });
+    note.detail = "injected cut reply";
+    note.recordable = false;
+    return true;
+  case Fault::Kind::hang:
+    pause(config.script, -1);
+    note.detail = "injected hang";
+    note.recordable = false;
+    return true;
+  }
+  return false;
 }
 
 } // namespace devserver

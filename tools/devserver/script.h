@@ -1,5 +1,4 @@
-/*
- * What users script into velmora-devserver for their own tests: fixed
+/* What users script into velmora-devserver for their own tests: fixed
  * answers for paths (--route) and faults injected on paths (--fault).
  */
 #ifndef VELMORA_DEVSERVER_SCRIPT_H

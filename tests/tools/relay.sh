@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# velmora-devserver between a client and the service: signed calls through a
+# recording devserver to one whose clock runs an hour ahead (the first call
+# goes through only after a re-synchronisation), recordings free of every
+# secret, the same page from a replaying devserver, replay's matching order
+# as a table, whole files after a recorder is killed mid-write, and 502 for
+# an unreachable upstream.
+# Usage: relay.sh DEVSERVER REQUEST
+set -euo pipefail
+devserver=$1 request=$2
+work=$(mktemp -d)
+servers=()
+trap 'kill "${servers[@]}" 2>/dev/null || true; wait 2>/dev/null; rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*"; tail -n 20 "$work"/*.log; exit 1; }
+
+# start NAME OPTIONS...: a devserver on a free port, its port in $port.
+start() {
+  local name=$1
+  shift
+  "$devserver" --port 0 "$@" >"$work/$name.port" 2>"$work/$name.log" &
+  servers+=($!)
+  for _ in $(seq 200); do [ -s "$work/$name.port" ] && break; sleep 0.05; done
+  port=$(head -n 1 "$work/$name.port")
+  [ -n "$port" ] || fail "$name did not start"
+}
+
+password=pw-Secret-7f3a token=tk-Secret-91c2 key=key-Secret-5d0e
+printf '%s\n' "$key" >"$work/key"
+accounts=(--user u --password "$password" --user t --token "$token" --auth-key "$key")
+as_u=(--user u --password "$password" --auth-key-file "$work/key")
+as_t=(--user t --token "$token" --auth-key-file "$work/key")
+page='{"list_info": {"__type__": "ListInfo", "__properties__": {"limit": 2, "offset": 3}}}'
+
+# ---- Record: the live service behind a recorder ----------------------------
+start live --clock-offset 3600 "${accounts[@]}"
+live=$port
+start recorder --upstream "127.0.0.1:$live" --record "$work/rec"
+recorder=$port
+
+"$request" --port "$recorder" "${as_u[@]}" --verbose /items/list "$page" \
+  >"$work/page.live" 2>"$work/trace" || fail "page through the recorder: exit $?"
+grep -q '"__total_items__":40' "$work/page.live" || fail "page: $(cat "$work/page.live")"
+grep -q '^POST /items/list u 401 auth_error 1' "$work/live.log" ||
+  fail "the first call was not refused for its date"
+"$request" --port "$recorder" "${as_t[@]}" /echo '{"ping": [1, 2]}' >"$work/echo" ||
+  fail "token call through the recorder: exit $?"
+head -c $((5 << 20)) /dev/zero | tr '\0' a >"$work/big"
+"$request" --port "$recorder" "${as_t[@]}" /echo @"$work/big" >"$work/big.echo" &&
+  cmp -s "$work/big" "$work/big.echo" || fail "a 5 MiB body did not come back whole"
+
+# Two refusals, two answers, two answers for the token account.
+ls "$work/rec" >"$work/names"
+[ "$(tr '\n' ' ' <"$work/names")" = "000001.json 000002.json 000003.json 000004.json 000005.json 000006.json " ] ||
+  fail "recorded: $(cat "$work/names")"
+grep -q '"status": 401' "$work/rec/000001.json" &&
+  grep -q '"date": ' "$work/rec/000001.json" &&
+  grep -q '"status": 200' "$work/rec/000002.json" &&
+  grep -q '"request_omitted": 5242880' "$work/rec/000006.json" &&
+  grep -q '"reply_omitted": 5242880' "$work/rec/000006.json" || fail "recording contents"
+
+# No secret, no hash of one and no signature the client sent is on disk.
+signatures=$(grep -o 'AUTHENTICATION:[^ ]* [^:]*:[^ ]*' "$work/trace" | sed 's/.*://' | tr -d '\r')
+hash=$(printf %s "$password" | sha1sum | cut -c 1-40)
+[ "$(wc -w <<<"$signatures")" = 2 ] || fail "no signatures in the trace"
+for secret in "$password" "$hash" "$token" "$key" $signatures; do
+  ! grep -rqF -- "$secret" "$work/rec" || fail "a recording holds \"$secret\""
+done
+grep -q '"AUTHENTICATION" : "(removed)"' "$work/rec/000002.json" || fail "no mark"
+
+# ---- Replay the recording ---------------------------------------------------
+start replayer --replay "$work/rec" "${accounts[@]}"
+"$request" --port "$port" "${as_u[@]}" /items/list "$page" >"$work/page.replayed" ||
+  fail "replayed page: exit $?"
+cmp -s "$work/page.live" "$work/page.replayed" || fail "replayed page differs"
+"$request" --port "$port" --user u --password wrong /items/list "$page" >/dev/null 2>&1 &&
+  fail "the replayer took a wrong password"
+
+# ---- Replay's matching order ------------------------------------------------
+mkdir "$work/order"
+# number|path|request member|status|reply member
+while IFS='|' read -r number path asked status answer; do
+  printf '{"recording": 1, "method": "POST", "path": "%s", "request_headers": {},
+  %s, "status": %s, %s}\n' "$path" "$asked" "$status" "$answer" >"$work/order/$number.json"
+done <<'TABLE'
+000001|/a|"request": {"n": 1}|200|"reply": {"r": "one"}
+000002|/a|"request": {"n": 2}|200|"reply": {"r": "two"}
+000003|/a|"request": {"n": 1}|401|"reply": {"r": "refused"}
+000004|/b|"request_text": "x"|200|"reply_text": "bee"
+000005|/b|"request_text": "y"|200|"reply_omitted": 9000000
+000006|/c|"request": {}|401|"reply": {"r": "refused"}
+TABLE
+start order --replay "$work/order" "${accounts[@]}"
+# exit status | expected output | path and body
+while IFS='|' read -r want text args; do
+  got=0
+  eval "\"$request\" --port $port \"\${as_u[@]}\" $args" >"$work/out" 2>&1 || got=$?
+  [ "$got" = "$want" ] && grep -qF -- "$text" "$work/out" || fail "$args: exit $got, $(cat "$work/out")"
+done <<'TABLE'
+0|{"r":"one"}|/a '{"n":1}'
+0|{"r":"two"}|/a '{ "n" : 2 }'
+0|{"r":"two"}|/a '{"n":9}'
+0|bee|/b x
+0|bee|/b y
+22|no recorded answer for \"/c\"|/c '{}'
+22|no recorded answer for \"/d\"|/d '{}'
+TABLE
+
+# ---- A recorder killed while writing leaves whole files ---------------------
+start killed --record "$work/killed" "${accounts[@]}"
+head -c $((3 << 20)) /dev/zero | tr '\0' b >"$work/three"
+calls=()
+for _ in 1 2 3 4 5 6; do
+  "$request" --port "$port" "${as_u[@]}" /echo @"$work/three" >/dev/null 2>&1 &
+  calls+=($!)
+done
+for _ in $(seq 200); do ls "$work/killed" | grep -q json && break; sleep 0.01; done
+{
+  kill -9 "${servers[-1]}"
+  wait "${servers[-1]}" "${calls[@]}" || true
+} 2>/dev/null
+whole=$(ls "$work/killed" | grep -c '^[0-9]\{6\}\.json$' || true)
+start reread --replay "$work/killed" "${accounts[@]}"
+grep -q "replaying $whole of $whole exchanges" "$work/reread.log" &&
+  ! grep -q 'skipped' "$work/reread.log" || fail "after the kill: $(ls -a "$work/killed")"
+# A new recorder numbers on and clears what the killed one left aside.
+highest=$(ls "$work/killed" | tail -n 1)
+start again --record "$work/killed" "${accounts[@]}"
+"$request" --port "$port" "${as_u[@]}" /echo x >/dev/null || fail "recording again"
+[ "$(ls -a "$work/killed" | tail -n 1)" = "$(printf '%06d.json' $((10#${highest%.json} + 1)))" ] &&
+  ! ls -a "$work/killed" | grep -q '\.tmp$' || fail "after a restart: $(ls -a "$work/killed")"
+
+# ---- An upstream that cannot be reached -------------------------------------
+start lost --upstream 127.0.0.1:1
+"$request" --port "$port" "${as_u[@]}" /echo x >"$work/out" 2>&1 && fail "no 502"
+grep -qF '"status":502' "$work/out" && grep -qF 'upstream 127.0.0.1:1 ' "$work/out" ||
+  fail "unreachable upstream: $(cat "$work/out")"
+echo "relay: ok"

@@ -1,0 +1,130 @@
+/* velmora-devserver's internals shared between its files: the settings the
+ * command line gives, the note each request leaves for its log line, and
+ * the functions one concern offers the others. */
+#ifndef VELMORA_DEVSERVER_H
+#define VELMORA_DEVSERVER_H
+
+#include <atomic>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <httplib.h>
+#include <json/json.h>
+
+#include "items.h"
+#include "script.h"
+
+namespace devserver {
+
+struct Account {
+  std::string name;
+  std::string password_sha1; /* hex; empty when the account has no password */
+  bool has_password = false;
+  std::string token;
+  bool has_token = false;
+};
+
+/* Bodies larger than this are passed on but not written into a recording,
+ * which notes their size instead. */
+const size_t max_recorded_body = size_t{4} << 20;
+
+/* One recorded answer, as --replay matches and gives it. */
+struct Replayed {
+  long number = 0;
+  bool json = false; /* the request body: `request` if JSON, else the text */
+  Json::Value request;
+  std::string request_text;
+  std::string reply;
+  std::string reply_type;
+};
+/* Recorded answers by path, oldest first. */
+using Recording = std::map<std::string, std::vector<Replayed>>;
+
+struct Config {
+  int port = 8888;
+  long clock_offset = 0;
+  std::vector<Account> accounts;
+  std::string auth_key;
+  bool require_auth_key = false;
+  bool log_json = false;
+  Script script;
+  std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
+  std::string record_dir; /* empty: nothing recorded */
+  mutable std::atomic<long> next_recording{1};
+  std::string replay_dir; /* empty: no replay */
+  Recording replayed;
+};
+
+using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
+
+/* The outcome of a request, as the log line tells it. */
+struct Note {
+  std::string user = "-";
+  std::string detail;
+  bool recordable = true; /* false for a reply cut or never given */
+};
+/* httplib runs each request's handler and logger on one worker thread. */
+extern thread_local Note note;
+
+/* Replies (main.cpp) */
+std::string render(const Json::Value &value);
+void answer_error(httplib::Response &res, int status, const std::string &why);
+/* Strict JSON; false with jsoncpp's reason, on one line, in `why`. */
+bool parse_json(const std::string &text, Json::Value *value, std::string *why);
+
+/* Command line (options.cpp): -1 to go on, else an exit code. */
+int parse_options(int argc, char **argv, Config *config);
+
+/* Signatures and dates (auth.cpp) */
+std::string sha1_hex(const std::string &text);
+const Account *find_account(const Config &config, const std::string &name);
+/* 0 when the request is signed by a known account and dated within the
+ * allowed skew; otherwise the "auth_error" value to answer (1: the date,
+ * 2: anything else), with the reason in the request's note. */
+int authenticate(const httplib::Request &req, const std::string &body,
+                 const Config &config);
+/* 401 with that "auth_error" (and the server's Date for 1). */
+void refuse(const Config &config, int auth_error, httplib::Response &res);
+
+/* The demo catalogue (catalogue.cpp) */
+std::vector<ItemHandle> make_catalogue();
+void list_items(const std::vector<ItemHandle> &catalogue,
+                const std::string &body, httplib::Response &res);
+
+/* Scripted faults (script.cpp): true when the fault is the whole answer; a
+ * delay lets the request go on. */
+bool inject(const Config &config, const Fault &fault, httplib::Response &res);
+
+/* Forwarding (relay.cpp) */
+bool set_upstream(const std::string &argument, Config *config,
+                  std::string *why);
+/* Sends the request on unchanged; 502 naming the upstream when it cannot
+ * be reached. */
+void forward(const Config &config, const httplib::Request &req,
+             const std::string &body, httplib::Response &res);
+
+/* Recording (record.cpp) */
+/* Strict JSON of any root; false when `body` is not wholly that. */
+bool body_json(const std::string &body, Json::Value *value);
+/* NNNNNN of "NNNNNN.json", or of ".NNNNNN.json.tmp" when `aside`; 0 for
+ * any other name. */
+long recording_number(const char *name, bool aside);
+/* Makes the directory when missing, numbers on from what it holds and
+ * drops files a stopped recorder left aside. False after saying why. */
+bool open_recording(Config *config, std::string *why);
+void record(const Config &config, long number, const httplib::Request &req,
+            const std::string &body, const httplib::Response &res);
+
+/* Replaying (replay.cpp) */
+bool load_replay(Config *config, std::string *why);
+/* The recorded answer for the request; 404 naming a path never answered. */
+void replay(const Config &config, const httplib::Request &req,
+            const std::string &body, httplib::Response &res);
+
+} // namespace devserver
+
+#endif

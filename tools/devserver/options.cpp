@@ -1,0 +1,220 @@
+/* velmora-devserver's command line: its usage text and the options read
+ * into a Config. */
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <getopt.h>
+
+#include <velmora/velmora.h>
+
+#include "devserver.h"
+
+namespace devserver {
+namespace {
+
+void usage(FILE *stream) {
+  fputs(
+      "Usage: velmora-devserver [--port N] [--user NAME (--password PW | "
+      "--token TK)...]...\n"
+      "                         [--auth-key KEY] [--clock-offset SECONDS]\n"
+      "                         [--route PATH=FILE]... [--fault "
+      "PATH:FAULT]...\n"
+      "                         [--upstream HOST:PORT | --replay DIR] "
+      "[--record DIR]\n"
+      "                         [--log json]\n"
+      "\n"
+      "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
+      "listens on as the first line of standard output and one line per\n"
+      "request (method, path, user, outcome) on standard error. Stops on\n"
+      "SIGINT or SIGTERM.\n"
+      "\n"
+      "  --port N             port to listen on (default 8888; 0: any free "
+      "one)\n"
+      "  --user NAME          an account; the --password and --token options\n"
+      "                       that follow belong to it (both may be given)\n"
+      "  --password PW        the account signs with the password scheme\n"
+      "  --token TK           the account signs with the token scheme\n"
+      "  --auth-key KEY       require this LOCAL_AUTH_KEY on every request\n"
+      "  --clock-offset S     run the server's clock S seconds ahead (or\n"
+      "                       behind, when negative)\n"
+      "  --route PATH=FILE    answer FILE's JSON for PATH (signatures are "
+      "still\n"
+      "                       checked)\n"
+      "  --fault PATH:FAULT[,first=N]\n"
+      "                       inject a fault on PATH, for the first N "
+      "requests\n"
+      "                       or all; FAULT is status=CODE (that status),\n"
+      "                       auth-error=1 (a refused date, with the server's\n"
+      "                       Date), delay=Ns or delay=Nms (then the answer),\n"
+      "                       close (a cut reply) or hang (no answer at all)\n"
+      "  --upstream HOST:PORT forward every request to http://HOST:PORT with\n"
+      "                       its path, body and header lines unchanged, and\n"
+      "                       its status, Date, auth_error and body back; the\n"
+      "                       upstream checks signatures, this server does "
+      "not.\n"
+      "                       502 when the upstream cannot be reached, "
+      "answers\n"
+      "                       over 64 MiB or not within 120 s\n"
+      "  --record DIR         write each exchange to DIR/NNNNNN.json (made\n"
+      "                       whole, then renamed), credentials replaced by\n"
+      "                       \"(removed)\"; a body over 4 MiB is passed on "
+      "and\n"
+      "                       only its size recorded\n"
+      "  --replay DIR         answer from DIR's recorded 200 replies: the one\n"
+      "                       whose path and JSON body match, else the latest\n"
+      "                       for the path, else 404; checks still apply\n"
+      "  --log json           log one JSON object per request\n"
+      "  --help               this text\n"
+      "  --version            print the version\n"
+      "\n"
+      "Operations (POST): /echo answers the body it got; /items/list takes\n"
+      "{\"list_info\": <ListInfo>} and answers {\"result\": <ResultSet of "
+      "Item>}\n"
+      "from 40 items with the fields id, name, address and created. Limit 0\n"
+      "means no limit; order_by and search_parameters name those fields.\n"
+      "\n"
+      "A port in use is refused. Each connection has a worker of its own; an\n"
+      "idle one is closed after 2 s. Bodies over 8 MiB, chunked or not, get\n"
+      "413.\n",
+      stream);
+}
+
+bool parse_long(const char *text, long low, long high, long *value) {
+  char *end;
+  errno = 0;
+  long v = strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || v < low || v > high)
+    return false;
+  *value = v;
+  return true;
+}
+
+/* --route, --fault and --log; false after saying why. */
+bool script_option(int option, const char *argument, Config *config) {
+  std::string why;
+  bool ok = option == 'r'   ? add_route(config->script, argument, &why)
+            : option == 'f' ? add_fault(config->script, argument, &why)
+                            : strcmp(argument, "json") == 0;
+  if (option == 'l' && ok)
+    config->log_json = true;
+  if (option == 'l' && !ok)
+    why = "--log takes \"json\"";
+  if (!ok)
+    fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+  return ok;
+}
+
+/* --user, --password and --token; false after saying why. */
+bool account_option(int option, const char *argument, Config *config,
+                    Account **account) {
+  if (option == 'u') {
+    *account = const_cast<Account *>(find_account(*config, argument));
+    if (*account == nullptr) {
+      config->accounts.emplace_back();
+      *account = &config->accounts.back();
+      (*account)->name = argument;
+    }
+    return true;
+  }
+  if (*account == nullptr) {
+    fprintf(stderr, "velmora-devserver: --%s must follow a --user\n",
+            option == 'w' ? "password" : "token");
+    return false;
+  }
+  if (option == 't') {
+    (*account)->token = argument;
+    (*account)->has_token = true;
+  } else {
+    (*account)->password_sha1 = sha1_hex(argument);
+    (*account)->has_password = true;
+  }
+  return true;
+}
+
+/* --upstream, --record and --replay; false after saying why. */
+bool mode_option(int option, const char *argument, Config *config) {
+  std::string why;
+  if (option == 'U' && !set_upstream(argument, config, &why)) {
+  } else if (option != 'U' && *argument == '\0') {
+    why = "--record and --replay take a directory";
+  } else {
+    if (option != 'U')
+      (option == 'R' ? config->record_dir : config->replay_dir) = argument;
+    if (config->upstream.empty() || config->replay_dir.empty())
+      return true;
+    why = "--upstream and --replay exclude each other";
+  }
+  fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+  return false;
+}
+
+/* --port and --clock-offset; false after saying why. */
+bool number_option(int option, const char *argument, Config *config) {
+  long value;
+  if (option == 'p' && parse_long(argument, 0, 65535, &value)) {
+    config->port = static_cast<int>(value);
+    return true;
+  }
+  if (option == 'c' && parse_long(argument, -(1L << 40), 1L << 40, &value)) {
+    config->clock_offset = value;
+    return true;
+  }
+  fprintf(stderr, "velmora-devserver: bad %s \"%s\"\n",
+          option == 'p' ? "port" : "clock offset", argument);
+  return false;
+}
+
+} // namespace
+
+int parse_options(int argc, char **argv, Config *config) {
+  static const option options[] = {
+      {"port", required_argument, nullptr, 'p'},
+      {"user", required_argument, nullptr, 'u'},
+      {"password", required_argument, nullptr, 'w'},
+      {"token", required_argument, nullptr, 't'},
+      {"auth-key", required_argument, nullptr, 'k'},
+      {"clock-offset", required_argument, nullptr, 'c'},
+      {"route", required_argument, nullptr, 'r'},
+      {"fault", required_argument, nullptr, 'f'},
+      {"log", required_argument, nullptr, 'l'},
+      {"upstream", required_argument, nullptr, 'U'},
+      {"record", required_argument, nullptr, 'R'},
+      {"replay", required_argument, nullptr, 'P'},
+      {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, 'V'},
+      {nullptr, 0, nullptr, 0}};
+  Account *account = nullptr;
+  int c;
+  bool ok = true;
+  while (ok && (c = getopt_long(argc, argv, "", options, nullptr)) != -1) {
+    if (c == 'p' || c == 'c') {
+      ok = number_option(c, optarg, config);
+    } else if (c == 'u' || c == 'w' || c == 't') {
+      ok = account_option(c, optarg, config, &account);
+    } else if (c == 'r' || c == 'f' || c == 'l') {
+      ok = script_option(c, optarg, config);
+    } else if (c == 'U' || c == 'R' || c == 'P') {
+      ok = mode_option(c, optarg, config);
+    } else if (c == 'k') {
+      config->auth_key = optarg;
+      config->require_auth_key = true;
+    } else if (c == 'h' || c == 'V') {
+      if (c == 'h')
+        usage(stdout);
+      else
+        printf("velmora-devserver %s\n", VELMORA_VERSION_STRING);
+      return 0;
+    } else {
+      usage(stderr);
+      return 2;
+    }
+  }
+  if (ok && optind != argc) {
+    fprintf(stderr, "velmora-devserver: unexpected argument \"%s\"\n",
+            argv[optind]);
+    ok = false;
+  }
+  return ok ? -1 : 2;
+}
+
+} // namespace devserver
