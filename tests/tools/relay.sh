@@ -34,7 +34,7 @@ page='{"list_info": {"__type__": "ListInfo", "__properties__": {"limit": 2, "off
 # ---- Record: the live service behind a recorder ----------------------------
 start live --clock-offset 3600 "${accounts[@]}"
 live=$port
-start recorder --upstream "127.0.0.1:$live" --record "$work/rec"
+start recorder --upstream "127.0.0.1:$live" --record "$work/rec" --record-limit $((4 << 20))
 recorder=$port
 
 "$request" --port "$recorder" "${as_u[@]}" --verbose /items/list "$page" \

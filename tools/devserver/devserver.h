@@ -28,10 +28,6 @@ struct Account {
   bool has_token = false;
 };
 
-/* Bodies larger than this are passed on but not written into a recording,
- * which notes their size instead. */
-const size_t max_recorded_body = size_t{4} << 20;
-
 /* One recorded answer, as --replay matches and gives it. */
 struct Replayed {
   long number = 0;
@@ -54,6 +50,9 @@ struct Config {
   Script script;
   std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
   std::string record_dir; /* empty: nothing recorded */
+  /* Bodies larger than this are passed on but not written into a
+   * recording, which notes their size instead. */
+  size_t record_limit = size_t{64} << 20;
   mutable std::atomic<long> next_recording{1};
   std::string replay_dir; /* empty: no replay */
   Recording replayed;

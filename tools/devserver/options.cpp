@@ -20,7 +20,7 @@ void usage(FILE *stream) {
       "                         [--route PATH=FILE]... [--fault "
       "PATH:FAULT]...\n"
       "                         [--upstream HOST:PORT | --replay DIR] "
-      "[--record DIR]\n"
+      "[--record DIR [--record-limit BYTES]]\n"
       "                         [--log json]\n"
       "\n"
       "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
@@ -57,9 +57,9 @@ void usage(FILE *stream) {
       "                       over 64 MiB or not within 120 s\n"
       "  --record DIR         write each exchange to DIR/NNNNNN.json (made\n"
       "                       whole, then renamed), credentials replaced by\n"
-      "                       \"(removed)\"; a body over 4 MiB is passed on "
-      "and\n"
-      "                       only its size recorded\n"
+      "                       \"(removed)\"; a body over the limit is passed\n"
+      "                       on and only its size recorded\n"
+      "  --record-limit BYTES the largest body recorded (default 64 MiB)\n"
       "  --replay DIR         answer from DIR's recorded 200 replies: the one\n"
       "                       whose path and JSON body match, else the latest\n"
       "                       for the path, else 404; checks still apply\n"
@@ -148,9 +148,13 @@ bool mode_option(int option, const char *argument, Config *config) {
   return false;
 }
 
-/* --port and --clock-offset; false after saying why. */
+/* --port, --clock-offset and --record-limit; false after saying why. */
 bool number_option(int option, const char *argument, Config *config) {
   long value;
+  if (option == 'L' && parse_long(argument, 0, 1L << 40, &value)) {
+    config->record_limit = static_cast<size_t>(value);
+    return true;
+  }
   if (option == 'p' && parse_long(argument, 0, 65535, &value)) {
     config->port = static_cast<int>(value);
     return true;
@@ -160,7 +164,10 @@ bool number_option(int option, const char *argument, Config *config) {
     return true;
   }
   fprintf(stderr, "velmora-devserver: bad %s \"%s\"\n",
-          option == 'p' ? "port" : "clock offset", argument);
+          option == 'p'   ? "port"
+          : option == 'c' ? "clock offset"
+                          : "record limit",
+          argument);
   return false;
 }
 
@@ -180,6 +187,7 @@ int parse_options(int argc, char **argv, Config *config) {
       {"upstream", required_argument, nullptr, 'U'},
       {"record", required_argument, nullptr, 'R'},
       {"replay", required_argument, nullptr, 'P'},
+      {"record-limit", required_argument, nullptr, 'L'},
       {"help", no_argument, nullptr, 'h'},
       {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
@@ -187,7 +195,7 @@ int parse_options(int argc, char **argv, Config *config) {
   int c;
   bool ok = true;
   while (ok && (c = getopt_long(argc, argv, "", options, nullptr)) != -1) {
-    if (c == 'p' || c == 'c') {
+    if (c == 'p' || c == 'c' || c == 'L') {
       ok = number_option(c, optarg, config);
     } else if (c == 'u' || c == 'w' || c == 't') {
       ok = account_option(c, optarg, config, &account);

@@ -56,8 +56,9 @@ std::string member_text(const Json::Value &value) {
 }
 
 /* One member for a body: its JSON, its text, or its size when too large. */
-std::string body_member(const char *name, const std::string &body) {
-  if (body.size() > max_recorded_body)
+std::string body_member(const char *name, const std::string &body,
+                        size_t limit) {
+  if (body.size() > limit)
     return std::string("\"") + name +
            "_omitted\": " + std::to_string(body.size());
   Json::Value value;
@@ -68,18 +69,18 @@ std::string body_member(const char *name, const std::string &body) {
 }
 
 std::string recording_text(const httplib::Request &req, const std::string &body,
-                           const httplib::Response &res) {
+                           const httplib::Response &res, size_t limit) {
   std::string text = "{\n  \"recording\": 1,\n";
   text += "  \"method\": " + member_text(req.method) + ",\n";
   text += "  \"path\": " + member_text(req.target) + ",\n";
   text += "  \"request_headers\": " + member_text(request_headers(req)) + ",\n";
-  text += "  " + body_member("request", body) + ",\n";
+  text += "  " + body_member("request", body, limit) + ",\n";
   /* httplib makes a status left unset 200 once the handler returns. */
   text += "  \"status\": " + std::to_string(res.status < 0 ? 200 : res.status) +
           ",\n";
   if (res.has_header("Date"))
     text += "  \"date\": " + member_text(res.get_header_value("Date")) + ",\n";
-  return text + "  " + body_member("reply", res.body) + "\n}\n";
+  return text + "  " + body_member("reply", res.body, limit) + "\n}\n";
 }
 
 bool write_whole(const std::string &name, const std::string &text) {
@@ -152,7 +153,8 @@ void record(const Config &config, long number, const httplib::Request &req,
   snprintf(name, sizeof name, "%06ld.json", number);
   std::string whole = config.record_dir + "/" + name;
   std::string aside = config.record_dir + "/." + name + ".tmp";
-  if (!write_whole(aside, recording_text(req, body, res)) ||
+  if (!write_whole(aside,
+                   recording_text(req, body, res, config.record_limit)) ||
       rename(aside.c_str(), whole.c_str()) != 0) {
     note.detail += std::string("; not recorded: ") + strerror(errno);
     unlink(aside.c_str());
