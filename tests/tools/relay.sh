@@ -5,9 +5,13 @@
 # secret, the same page from a replaying devserver, replay's matching order
 # as a table, whole files after a recorder is killed mid-write, and 502 for
 # an unreachable upstream.
-# Usage: relay.sh DEVSERVER REQUEST
+# From the recording, velmora-gen --infer writes the service's schema, and
+# a program calling the inferred operation, compiled with COMPILE..., gets
+# the same page from the replaying devserver.
+# Usage: relay.sh DEVSERVER REQUEST GEN COMPILE...
 set -euo pipefail
-devserver=$1 request=$2
+devserver=$1 request=$2 gen=$3
+compile=("${@:4}")
 work=$(mktemp -d)
 servers=()
 trap 'kill "${servers[@]}" 2>/dev/null || true; wait 2>/dev/null; rm -rf "$work"' EXIT
@@ -72,8 +76,49 @@ start replayer --replay "$work/rec" "${accounts[@]}"
 "$request" --port "$port" "${as_u[@]}" /items/list "$page" >"$work/page.replayed" ||
   fail "replayed page: exit $?"
 cmp -s "$work/page.live" "$work/page.replayed" || fail "replayed page differs"
+replayer=$port
 "$request" --port "$port" --user u --password wrong /items/list "$page" >/dev/null 2>&1 &&
   fail "the replayer took a wrong password"
+
+# ---- Infer the service, generate its client, call it offline ---------------
+"$gen" --infer "$work/rec" >"$work/service.json" 2>&1 || fail "infer: $(cat "$work/service.json")"
+grep -qF '"items_list": {"path": "/items/list", "arguments": {"list_info": "ListInfo"}, "result": "ResultSet<Item>"}' \
+  "$work/service.json" || fail "inferred: $(cat "$work/service.json")"
+"$gen" --output-dir "$work/client" "$work/service.json" || fail "generation"
+cat >"$work/client/call.cpp" <<'CALL'
+#include <cstdio>
+#include <cstdlib>
+
+#include "service.h"
+
+/* PORT PASSWORD KEY: the page of two items from offset 3, one name a line. */
+int main(int, char **argv) {
+  client_context_s *context = client_context_new();
+  client_context_set_port(context, atoi(argv[1]));
+  client_context_set_user(context, "u");
+  client_context_set_password(context, argv[2]);
+  client_context_set_auth_key(context, argv[3]);
+  ListInfo *query = ListInfo_new();
+  listinfo_setLimit(query, 2);
+  listinfo_setOffset(query, 3);
+  result_set_s *page = nullptr;
+  int result = items_list(context, query, &page);
+  for (int i = 0; result == 0 && i < result_get_nb_elements(page); i++)
+    puts(item_getName(static_cast<Item *>(result_set_get(page, i))));
+  printf("total %d\n", result == 0 ? result_set_get_total_items(page) : -1);
+  result_set_del(page);
+  ListInfo_deleter(query);
+  client_context_free(context);
+  return result;
+}
+CALL
+"${compile[0]}" -o "$work/client/call" "$work/client/call.cpp" "$work/client/service.cpp" "${compile[@]:1}" \
+  >"$work/compile.log" 2>&1 || fail "compiling the client: $(cat "$work/compile.log")"
+"$work/client/call" "$replayer" "$password" "$key" >"$work/called" || fail "the inferred call: exit $?"
+[ "$(wc -l <"$work/called")" = 3 ] && grep -qx 'total 40' "$work/called" || fail "called: $(cat "$work/called")"
+while read -r name; do
+  [ "$name" = "total 40" ] || grep -qF "\"$name\"" "$work/page.live" || fail "$name is not on the live page"
+done <"$work/called"
 
 # ---- Replay's matching order ------------------------------------------------
 mkdir "$work/order"
