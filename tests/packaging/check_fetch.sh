@@ -23,7 +23,7 @@ build() {
 # NAME: what taking the library in must not do to the consumer.
 untouched() {
   local dir=$work/$1
-  grep -q "consumer settings: build type '', standard '', options ''$" "$dir.log" ||
+  grep -q "consumer settings: build type '', standard '', options '', version ''$" "$dir.log" ||
     die "the library changed the consumer's settings: $(grep 'consumer settings' "$dir.log")"
   ! grep -qiE '^(GTest|OpenSSL|benchmark|Doxygen)_' "$dir/CMakeCache.txt" &&
     [ ! -d "$dir/_deps/velmora-build/tests" ] || die "$1 configured the library's tests or tools"
