@@ -207,6 +207,34 @@ inline bool compact_envelope(Cursor &c, std::string_view key) {
   return true;
 }
 
+/** Past the opening of a compact record envelope, one level deeper:
+ * `{"__properties__":` as jsoncpp writes it (members sorted), or
+ * `{"__type__":"...","__properties__":`; false for any other text. */
+inline bool compact_record_open(Cursor &c, bool *type_first) {
+  const char *start = c.at;
+  std::string_view type;
+  *type_first = exactly(c, "{\"__type__\":") && raw_string(c, &type) &&
+                exactly(c, ",\"__properties__\":");
+  if (!*type_first) {
+    c.at = start;
+    if (!exactly(c, "{\"__properties__\":"))
+      return false;
+  }
+  if (c.depth >= max_depth)
+    return false;
+  c.depth++;
+  return true;
+}
+
+/** Past the rest of that envelope after its properties. */
+inline bool compact_record_close(Cursor &c, bool type_first) {
+  std::string_view type;
+  c.depth--;
+  if (type_first)
+    return take(c, '}');
+  return exactly(c, ",\"__type__\":") && raw_string(c, &type) && take(c, '}');
+}
+
 /** After a member or entry: true past a comma, false past `close`; any
  * other byte is not a shape the readers know. */
 inline Read next(Cursor &c, char close, bool *more) {
@@ -374,10 +402,12 @@ Read record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
   Cursor start = c;
   /* Written compact, as writers do, the fields need no search for the
    * envelope's keys; a record that then goes wrong is the deserializer's. */
-  if (compact_envelope(c, ",\"__properties__\":")) {
+  bool type_first = false;
+  if (compact_record_open(c, &type_first)) {
     Read read = members(c, field);
-    c.depth--;
-    if (read != Read::done || !take(c, '}'))
+    if (read == Read::done && !compact_record_close(c, type_first))
+      read = Read::other;
+    if (read != Read::done)
       return read == Read::broken ? read : Read::other;
     *out = made.release();
     return Read::done;

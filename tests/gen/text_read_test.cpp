@@ -118,6 +118,11 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
       node(R"("child": {"__properties__": {"name": "x"}, "extra": 1})"),
       node(R"("child": {"__type__": "Node"})"),
       node(
+          R"("child": {"__properties__": {"name": "x"}, "__type__": "Node", "extra": 1})"),
+      node(R"("child": {"__properties__": {"name": "x"}, "__type__": 5})"),
+      node(
+          R"("child": {"__properties__": {"name": "x"}, "__value__": "Node"})"),
+      node(
           R"("child": {"__type__": "Node", "__properties__": {"name": "x"}, "extra": 1})"),
       node(
           R"("id": {"__type__": "Long", "__value__": "5"}, "child": {"__type__": "Node", "__properties__": {"id": {"__type__": "Long", "__value__": "5", "__value__": "6"}}})"),
