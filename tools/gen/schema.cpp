@@ -52,7 +52,7 @@ private:
   bool known(const Type &type) const;
   bool texts_ok(const std::string &where, const Json::Value &object,
                 const std::set<std::string> &members);
-  bool read_field(const std::string &where, const Json::Value &spec,
+  bool read_field(const std::string &where, const Json::Value &written,
                   Field *field);
   bool read_fields(const std::string &where, const Json::Value &object,
                    std::vector<Field> *fields);
@@ -103,16 +103,16 @@ bool SchemaReader::texts_ok(const std::string &where, const Json::Value &object,
 }
 
 /* A type text, or {"type": T, "c_name": N, "doc": D}. */
-bool SchemaReader::read_field(const std::string &where, const Json::Value &spec,
-                              Field *field) {
-  if (!spec.isObject())
-    return type_ok(where, spec, &field->type);
-  if (!texts_ok(where, spec, {"type", "c_name", "doc"}) ||
-      !type_ok(where, spec["type"], &field->type))
+bool SchemaReader::read_field(const std::string &where,
+                              const Json::Value &written, Field *field) {
+  if (!written.isObject())
+    return type_ok(where, written, &field->type);
+  if (!texts_ok(where, written, {"type", "c_name", "doc"}) ||
+      !type_ok(where, written["type"], &field->type))
     return false;
-  field->given = spec.isMember("c_name");
-  field->c_name = spec["c_name"].asString();
-  field->doc = spec["doc"].asString();
+  field->given = written.isMember("c_name");
+  field->c_name = written["c_name"].asString();
+  field->doc = written["doc"].asString();
   return true;
 }
 
