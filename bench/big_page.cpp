@@ -20,7 +20,6 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <json/json.h>
@@ -300,13 +299,3 @@ BENCHMARK(BM_read_text)->Apply(configure);
 BENCHMARK(BM_read_jsoncpp)->Apply(configure);
 
 } // namespace
-
-int main(int argc, char **argv) {
-  static char interleave[] = "--benchmark_enable_random_interleaving=true";
-  std::vector<char *> args(argv, argv + argc);
-  args.insert(args.begin() + 1, interleave);
-  int count = int(args.size());
-  benchmark::Initialize(&count, args.data());
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-}

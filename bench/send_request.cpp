@@ -5,7 +5,6 @@
  * is one request on a new handle, as send_request makes it.
  */
 #include <string>
-#include <vector>
 
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
@@ -101,13 +100,3 @@ BENCHMARK(BM_send_request_signed)
     ->Unit(benchmark::kMicrosecond);
 
 } // namespace
-
-int main(int argc, char **argv) {
-  static char interleave[] = "--benchmark_enable_random_interleaving=true";
-  std::vector<char *> args(argv, argv + argc);
-  args.insert(args.begin() + 1, interleave);
-  int count = int(args.size());
-  benchmark::Initialize(&count, args.data());
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-}
