@@ -169,10 +169,14 @@ grep -q "replaying $whole of $whole exchanges" "$work/reread.log" &&
   ! grep -q 'skipped' "$work/reread.log" || fail "after the kill: $(ls -a "$work/killed")"
 # A new recorder numbers on and clears what the killed one left aside.
 highest=$(ls "$work/killed" | tail -n 1)
-start again --record "$work/killed" "${accounts[@]}"
+echo '{"answer": 42}' >"$work/fixed.json"
+start again --record "$work/killed" --route "/fixed=$work/fixed.json" "${accounts[@]}"
 "$request" --port "$port" "${as_u[@]}" /echo x >/dev/null || fail "recording again"
 [ "$(ls -a "$work/killed" | tail -n 1)" = "$(printf '%06d.json' $((10#${highest%.json} + 1)))" ] &&
   ! ls -a "$work/killed" | grep -q '\.tmp$' || fail "after a restart: $(ls -a "$work/killed")"
+# A route's answer is recorded like any other.
+"$request" --port "$port" "${as_u[@]}" /fixed '{}' >/dev/null || fail "a route while recording"
+grep -qF '"answer" : 42' "$work/killed/$(ls "$work/killed" | tail -n 1)" || fail "route not recorded"
 
 # ---- An upstream that cannot be reached -------------------------------------
 start lost --upstream 127.0.0.1:1

@@ -97,6 +97,9 @@ void list_items(const std::vector<ItemHandle> &catalogue,
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */
 bool inject(const Config &config, const Fault &fault, httplib::Response &res);
+/* A --route's text as the reply. */
+void answer_route(const Config &config, const std::string &text,
+                  httplib::Response &res);
 
 /* Forwarding (relay.cpp) */
 bool set_upstream(const std::string &argument, Config *config,

@@ -33,8 +33,7 @@ void answer_here(const Config &config, const std::vector<ItemHandle> &catalogue,
     return refuse(config, auth_error, res);
   auto route = config.script.routes.find(req.path);
   if (route != config.script.routes.end()) {
-    res.set_content(route->second, "application/json");
-    note.detail = "ok, route";
+    answer_route(config, route->second, res);
   } else if (!config.replay_dir.empty()) {
     replay(config, req, body, res);
   } else if (req.path == "/echo") {
@@ -62,8 +61,7 @@ void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
   auto route = config.script.routes.find(req.path);
   if (route == config.script.routes.end())
     return forward(config, req, body, res);
-  res.set_content(route->second, "application/json");
-  note.detail = "ok, route";
+  answer_route(config, route->second, res);
 }
 
 /* Log text keeps to one line of ASCII whatever a client sends. */

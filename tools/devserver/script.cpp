@@ -162,4 +162,21 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
   return false;
 }
 
+/* A route's text is lent to httplib rather than copied into the reply, so a
+ * large page costs the server no fresh memory per request; the recorder
+ * reads the reply's body, so it gets a copy. */
+void answer_route(const Config &config, const std::string &text,
+                  httplib::Response &res) {
+  note.detail = "ok, route";
+  if (!config.record_dir.empty()) {
+    res.set_content(text, "application/json");
+    return;
+  }
+  res.set_content_provider(
+      text.size(), "application/json",
+      [&text](size_t offset, size_t length, httplib::DataSink &sink) {
+        return sink.write(text.data() + offset, length);
+      });
+}
+
 } // namespace devserver
