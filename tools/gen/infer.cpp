@@ -34,7 +34,7 @@ public:
    * and objects without "__type__", whose members are still searched). */
   std::string type_of(const Json::Value &value);
   void recording(const Json::Value &exchange);
-  std::string schema() const;
+  std::string schema();
   std::string conflicts;
 
 private:
@@ -46,6 +46,7 @@ private:
              const std::string &type);
   void note(const std::string &where, Typed &seen, const std::string &name,
             const std::string &type);
+  void free_names();
   std::string records_text() const;
   std::string calls_text() const;
   std::vector<Seen> records_;
@@ -144,7 +145,7 @@ Call &Inferrer::call_of(const std::string &path) {
   for (int n = 2; std::any_of(calls_.begin(), calls_.end(),
                               [&](const Call &c) { return c.name == name; });
        n++)
-    name = base + "_" + std::to_string(n);
+    name = numbered(base, n);
   calls_.push_back({path, name, {}, "", ""});
   return calls_.back();
 }
@@ -163,6 +164,41 @@ void Inferrer::note(const std::string &where, Typed &seen,
     if (known.first == name)
       return agree(where + name, known.second, type);
   seen.emplace_back(name, type);
+}
+
+/* Members only ever seen null have no type to name them by. */
+std::vector<Field> typed_fields(const Typed &members) {
+  std::vector<Field> fields;
+  for (const auto &member : members) {
+    Field field;
+    field.name = member.first;
+    if (parse_type(member.second, &field.type))
+      fields.push_back(field);
+  }
+  return fields;
+}
+
+/* Names from paths may take one the records' generated functions use: a
+ * path "/Item_new" beside a record "Item". */
+void Inferrer::free_names() {
+  Schema schema;
+  for (const Seen &seen : records_) {
+    schema.records.emplace_back();
+    schema.records.back().name = seen.name;
+    schema.records.back().fields = typed_fields(seen.fields);
+  }
+  for (const Call &call : calls_) {
+    Operation op;
+    op.name = call.name;
+    op.arguments = typed_fields(call.arguments);
+    Type result;
+    if (parse_type(call.result, &result))
+      op.result.push_back(result);
+    schema.operations.push_back(op);
+  }
+  free_operation_names(&schema);
+  for (size_t i = 0; i < calls_.size(); i++)
+    calls_[i].name = schema.operations[i].name;
 }
 
 /* Any wire name as a JSON string, UTF-8 kept. */
@@ -207,7 +243,8 @@ std::string Inferrer::calls_text() const {
   return text + "\n  }";
 }
 
-std::string Inferrer::schema() const {
+std::string Inferrer::schema() {
+  free_names();
   return "{\n" + records_text() + (calls_.empty() ? "" : calls_text()) +
          "\n}\n";
 }

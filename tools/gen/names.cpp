@@ -105,12 +105,6 @@ std::string derived(const std::string &wire) {
   return name[0] >= '0' && name[0] <= '9' ? "n" + name : name;
 }
 
-std::string numbered(const std::string &name, int n) {
-  if (n == 1)
-    return name;
-  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
-}
-
 std::string capitalized(std::string text) {
   if (text[0] >= 'a' && text[0] <= 'z')
     text[0] = static_cast<char>(text[0] - 'a' + 'A');
@@ -121,6 +115,10 @@ class Namer {
 public:
   explicit Namer(std::string *error) : error_(error) {}
   bool run(Schema *schema);
+  bool name_all_but_operations(Schema *schema);
+  /* A free operation name from `base` (a plain identifier): it, or
+   * base_2, base_3, ... */
+  std::string free_operation_name(const std::string &base);
 
 private:
   enum class Kind { record, field, argument };
@@ -306,7 +304,7 @@ void Namer::name_readers(const Type &type, Schema *schema) {
   functions_.insert(numbered(base, n));
 }
 
-bool Namer::run(Schema *schema) {
+bool Namer::name_all_but_operations(Schema *schema) {
   for (int pass = 0; pass < 2; pass++)
     for (Record &record : schema->records)
       if (record.given == (pass == 0) && !name_record(&record, record.given))
@@ -326,10 +324,28 @@ bool Namer::run(Schema *schema) {
     for (const Type &result : op.result)
       name_readers(result, schema);
   }
+  return true;
+}
+
+bool Namer::run(Schema *schema) {
+  if (!name_all_but_operations(schema))
+    return false;
   for (const Operation &op : schema->operations)
     if (!check_operation(op))
       return false;
   return true;
+}
+
+/* A refusal here only means the next number is tried. */
+std::string Namer::free_operation_name(const std::string &base) {
+  std::string ignored, *error = error_;
+  error_ = &ignored;
+  Operation op;
+  op.name = base;
+  for (int n = 2; !check_operation(op); n++)
+    op.name = numbered(base, n);
+  error_ = error;
+  return op.name;
 }
 
 void append_escape(std::string *out, unsigned char c, const char *format) {
@@ -355,6 +371,20 @@ bool plain_identifier(const std::string &name) {
 
 bool assign_c_names(Schema *schema, std::string *error) {
   return Namer(error).run(schema);
+}
+
+std::string numbered(const std::string &name, int n) {
+  if (n == 1)
+    return name;
+  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+}
+
+void free_operation_names(Schema *schema) {
+  std::string ignored;
+  Namer namer(&ignored);
+  namer.name_all_but_operations(schema);
+  for (Operation &op : schema->operations)
+    op.name = namer.free_operation_name(op.name);
 }
 
 std::string operation_name(const std::string &path) {

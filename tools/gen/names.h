@@ -21,6 +21,16 @@ bool assign_c_names(Schema *schema, std::string *error);
  * to 3 of the rule ("/items/list" -> items_list). */
 std::string operation_name(const std::string &path);
 
+/* `name` for n = 1, else name_N (nameN after a trailing "_"), so that a
+ * plain identifier stays one. */
+std::string numbered(const std::string &name, int n);
+
+/* Renames each operation whose name a record's functions, a container
+ * reader or an earlier operation already take, to NAME_2, NAME_3, ...
+ * (`--infer`, where names come from paths and no c_name is given, so the
+ * records and fields are always named). */
+void free_operation_names(Schema *schema);
+
 /* `text` as a C string literal: quotes, backslashes and every byte outside
  * printable ASCII escaped, so any wire name compiles as it stands. */
 std::string c_literal(const std::string &text);
