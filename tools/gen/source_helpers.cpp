@@ -226,13 +226,12 @@ const Chunk fixed[] = {
      "  if (value == nullptr)\n    return -4;\n"
      "  if (result == nullptr)\n    deleter(value);\n"
      "  else\n    *result = static_cast<T *>(value);\n  return 0;\n}\n"},
-    {"compact",
-     "/* The request as one line: no indentation to send. */\n"
-     "std::string compact(const Json::Value &request) {\n"
-     "  Json::StreamWriterBuilder writer;\n"
-     "  writer[\"indentation\"] = \"\";\n"
-     "  return Json::writeString(writer, request);\n"
-     "}\n"},
+    {"compact", "/* The request as one line: no indentation to send. */\n"
+                "std::string compact(const Json::Value &request) {\n"
+                "  Json::StreamWriterBuilder writer;\n"
+                "  writer[\"indentation\"] = \"\";\n"
+                "  return Json::writeString(writer, request);\n"
+                "}\n"},
 };
 
 /* `text` with the contents of its string literals blanked, so that a wire

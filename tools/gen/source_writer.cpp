@@ -179,17 +179,16 @@ std::string operation_text(const Operation &op, const Catalog &catalog) {
 /* R_fields and R_fast: a record read from JSON text, field by field. */
 std::string fast_text(const Record &record, const Catalog &catalog) {
   const std::string &r = record.c_name;
-  std::string text =
-      declaration("velmora_text::Read", r + "_fields(",
-                  {"velmora_text::Cursor &c", "std::string_view name",
-                   r + " *record"},
-                  ") {");
+  std::string text = declaration(
+      "velmora_text::Read", r + "_fields(",
+      {"velmora_text::Cursor &c", "std::string_view name", r + " *record"},
+      ") {");
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
-    text += "  if (name == " + wire(field.name) + ")\n" +
-            call("    ", "return velmora_text::field(",
-                 {"c", info.fast, info.reader, "&record->" + field.c_name},
-                 ");");
+    text +=
+        "  if (name == " + wire(field.name) + ")\n" +
+        call("    ", "return velmora_text::field(",
+             {"c", info.fast, info.reader, "&record->" + field.c_name}, ");");
   }
   return text +
          call("  ", "return velmora_text::unknown(",
@@ -207,8 +206,7 @@ std::string text_reader(const std::string &c_type, const std::string &name,
                         const TypeInfo &info) {
   return text_reader_declaration(c_type, name, " {") +
          call("  ", "return velmora_text::read_text<" + c_type + ">(",
-              {"json", "length", info.fast, info.reader, info.deleter},
-              ");") +
+              {"json", "length", info.fast, info.reader, info.deleter}, ");") +
          "}\n";
 }
 
@@ -216,9 +214,9 @@ std::string text_readers(const Schema &schema, const Catalog &catalog) {
   std::string text;
   for (const Type &type : catalog.containers()) {
     TypeInfo info = catalog.info(type);
-    text += "\n" + text_reader(info.c_type,
-                               schema.container_readers.at(type_text(type)),
-                               info);
+    text +=
+        "\n" + text_reader(info.c_type,
+                           schema.container_readers.at(type_text(type)), info);
   }
   return text;
 }

@@ -136,15 +136,9 @@ TypeInfo Catalog::info(const Type &type) const {
   if (type.element.empty())
     return base_info(type.name);
   std::string id = std::to_string(ids_.at(type_text(type)));
-  TypeInfo info{"result_set_s",
-                "result_set_del",
-                "copy_c" + id,
-                "",
-                "read_c" + id,
-                "",
-                "fast_c" + id,
-                type.name,
-                Access::handle};
+  TypeInfo info{
+      "result_set_s", "result_set_del", "copy_c" + id, "", "read_c" + id, "",
+      "fast_c" + id,  type.name,        Access::handle};
   if (type.name == "List")
     info.c_type = "list_s", info.deleter = "list_del";
   else if (type.name == "Dict")
