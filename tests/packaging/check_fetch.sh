@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the consumer with the library taken in from this checkout through
-# FetchContent, as a shared and as a static library, every option of ours
+# FetchContent, as a shared and as a static library, and through
+# add_subdirectory, every option of ours
 # at its default for a project that is not the top-level one. Each build
 # must run the consumer and its generated record, leave the consumer's own
 # settings alone and configure none of our tests or their dependencies. The
@@ -26,7 +27,8 @@ untouched() {
   grep -q "consumer settings: build type '', standard '', options '', version ''$" "$dir.log" ||
     die "the library changed the consumer's settings: $(grep 'consumer settings' "$dir.log")"
   ! grep -qiE '^(GTest|OpenSSL|benchmark|Doxygen)_' "$dir/CMakeCache.txt" &&
-    [ ! -d "$dir/_deps/velmora-build/tests" ] || die "$1 configured the library's tests or tools"
+    [ ! -d "$dir/_deps/velmora-build/tests" ] && [ ! -d "$dir/velmora/tests" ] ||
+    die "$1 configured the library's tests or tools"
   ctest --test-dir "$dir" -N | grep -q "Total Tests: 0" || die "$1 has tests of ours"
 }
 
@@ -38,6 +40,10 @@ readelf -d "$work/shared/consumer" | grep -q 'NEEDED.*\[libVelmora\.so\.1\]' ||
 cmake --install "$work/shared" --prefix "$work/none" >/dev/null
 [ ! -e "$work/none" ] && ! grep -q '^CMAKE_INSTALL_LIBDIR' "$work/shared/CMakeCache.txt" ||
   die "install rules by default: $(find "$work/none" -type f)"
+
+echo "== add_subdirectory, shared"
+build subdirectory -DVELMORA_SUBDIRECTORY="$src"
+untouched subdirectory
 
 echo "== FetchContent, static, installed"
 build static -DVELMORA_CHECKOUT="$src" -DBUILD_SHARED_LIBS=OFF -DVELMORA_INSTALL=ON
