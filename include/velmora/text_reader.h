@@ -609,8 +609,27 @@ inline bool hand_over(list_s *list, void *value) {
   return false;
 }
 
+/** `value` handed over to `dict` under `key`: kept, or, when the dictionary
+ * keeps its copier's copy, released; false when nothing (or a null copy)
+ * could be kept, and then `value` is released too. */
+inline bool hand_over(dict_s *dict, const std::string &key, void *value) {
+  int32_t before = dict->nb_elements;
+  dict_add(dict, key.c_str(), value);
+  bool kept = dict->nb_elements != before;
+  bool copied = dict->copier != nullptr;
+  if ((copied || !kept) && dict->deleter != nullptr)
+    dict->deleter(value);
+  else if (copied || !kept)
+    free(value);
+  return kept && (!copied || dict->last->value != nullptr);
+}
+
 /** A List has no total. */
 inline bool set_total(list_s *, int64_t) {
+  return false;
+}
+/** Nor has a Dict. */
+inline bool set_total(dict_s *, int64_t) {
   return false;
 }
 /** A ResultSet's "__total_items__", when it is a 32-bit integer. */
@@ -621,8 +640,8 @@ inline bool set_total(result_set_s *set, int64_t total) {
   return true;
 }
 
-/** The members of a List or ResultSet envelope but "__elements__", each
- * once: bit 1 "__type__", 2 "__sub_type__", 4 "__total_items__". */
+/** The members of a container's envelope but "__elements__", each once:
+ * bit 1 "__type__", 2 "__sub_type__", 4 "__total_items__". */
 template <typename T>
 Read container_member(Cursor &c, std::string_view name, T *made,
                       std::string_view sub_type, int *seen) {
@@ -640,9 +659,45 @@ Read container_member(Cursor &c, std::string_view name, T *made,
   return read ? Read::done : Read::other;
 }
 
-/** A List or ResultSet envelope of `sub_type` elements, each read by
- * `element` and handed over to the container `make` gives. An element that
- * is null or of another shape makes it `other`. */
+/** The "__elements__" array of a List or ResultSet, each entry read by
+ * `element` and handed over; a null entry or one of another shape makes it
+ * `other`. */
+template <typename T> Read elements(Cursor &c, T *made, FastRead element) {
+  return entries(c, [&](Cursor &c) {
+    void *value = nullptr;
+    Read read = element(c, &value);
+    if (read == Read::done && value == nullptr)
+      return Read::other;
+    if (read == Read::done && !hand_over(list_of(made), value))
+      return Read::other;
+    return read;
+  });
+}
+
+/** The "__elements__" object of a Dict, as `elements` reads an array. Its
+ * keys must come in ascending byte order, as the library writes them and
+ * as the tree orders them; keys in another order or repeated are `other`,
+ * so that the tree decides which of them counts. */
+inline Read elements(Cursor &c, dict_s *made, FastRead element) {
+  std::string key;
+  bool first = true;
+  return members(c, [&](Cursor &c, std::string_view name) {
+    if (!first && name <= std::string_view(key))
+      return Read::other;
+    first = false;
+    key.assign(name);
+    void *value = nullptr;
+    Read read = element(c, &value);
+    if (read == Read::done && value == nullptr)
+      return Read::other;
+    if (read == Read::done && !hand_over(made, key, value))
+      return Read::other;
+    return read;
+  });
+}
+
+/** A List, ResultSet or Dict envelope of `sub_type` elements, each read by
+ * `element` into the container `make` gives. */
 template <typename T>
 Read container(Cursor &c, std::string_view sub_type, FastRead element,
                T *(*make)(), value_deleter deleter, void **out) try {
@@ -654,15 +709,7 @@ Read container(Cursor &c, std::string_view sub_type, FastRead element,
     if (name != "__elements__" || (seen & 8) != 0)
       return container_member(c, name, made.get(), sub_type, &seen);
     seen |= 8;
-    return entries(c, [&](Cursor &c) {
-      void *value = nullptr;
-      Read read = element(c, &value);
-      if (read == Read::done && value == nullptr)
-        return Read::other;
-      if (read == Read::done && !hand_over(list_of(made.get()), value))
-        return Read::other;
-      return read;
-    });
+    return elements(c, made.get(), element);
   });
   if (read != Read::done || seen != whole)
     return read == Read::broken ? read : Read::other;

@@ -169,6 +169,8 @@ TEST(Generated, EveryAllocationFailingInTurnGivesNullOrNoChange) {
       [] {},
       [&] { return made(static_cast<Node *>(Node_deserialize(parse(json)))); },
       {"null", json});
+  each_failure([] {}, [&] { return made(Node_read(json.data(), json.size())); },
+               {"null", json});
   each_failure([] {},
                [&] {
                  void *copy = nullptr;

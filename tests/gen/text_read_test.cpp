@@ -158,6 +158,26 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
           R"("page": {"__type__": "ResultSet", "__sub_type__": "Leaf", "__total_items__": 1, "__elements__": [{"__properties__": {"node": 3}}]})"),
       node(
           R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"f": true, "f": false, "e": 1}})"),
+      // Dictionaries: keys in the tree's order or not, entries of other
+      // kinds, sub-types the library reads as a prefix.
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"a": true, "ab": false, "b": true, "z": false, "é": true}})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"b": true, "ab": false, "a": true}})"),
+      node("\"flags\": {\"__type__\": \"Dict\", \"__sub_type__\": \"Boolean\", "
+           "\"__elements__\": {\"\xc3\xa9\": true, \"z\": false}}"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"a": true, "\u0062": false}})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boo", "__elements__": {"a": true}})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {"a": null}})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": []})"),
+      node(
+          R"("flags": {"__type__": "Dict", "__sub_type__": "Boolean", "__elements__": {}, "x": 0})"),
+      node(
+          R"("scores": {"__elements__": {"x": {"__type__": "Double", "__value__": "1.5"}, "y": {"__type__": "Double", "__value__": 2}}, "__sub_type__": "Double", "__type__": "Dict"})"),
       // Not JSON, or not all of it.
       "", "{", node(R"("name": "cut)"), node("\"name\": \"a\"") + "}", "[1]",
       "null", std::string(600, '[') + std::string(600, ']'),
@@ -182,6 +202,16 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
       integer{velmora_text::fast_integer, Integer_deleter},
       boolean{velmora_text::fast_boolean, Boolean_deleter},
       none{velmora_text::fast_none, free},
+      flags{[](velmora_text::Cursor &c, void **out) {
+              dict_s *(*make)() = [] {
+                return dict_new("Boolean", Boolean_deleter, nullptr, nullptr,
+                                Boolean_copier);
+              };
+              return velmora_text::container(c, "Boolean",
+                                             velmora_text::fast_boolean, make,
+                                             dict_deleter, out);
+            },
+            dict_deleter},
       texts{[](velmora_text::Cursor &c, void **out) {
               list_s *(*make)() = [] {
                 return list_new("Unicode", string_deleter, nullptr, nullptr,
@@ -211,6 +241,7 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
       {ip, R"({"__type__":"IP","__value__":null})", Read::other},
       {text, R"("plain")", Read::done},
       {text, R"("a\nb")", Read::other},
+      {text, "5", Read::other},
       {integer, "-2147483648", Read::done},
       {integer, "2147483648", Read::other},
       {integer, "1.0", Read::other},
@@ -235,6 +266,27 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
        Read::other},
       {texts,
        R"({"__type__":"List","__sub_type__":"Unicode","__elements__":[],"x":0})",
+       Read::other},
+      {flags,
+       R"({"__elements__":{"a":true,"ab":false,"z":true,"é":false},"__sub_type__":"Boolean","__type__":"Dict"})",
+       Read::done},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":{}})",
+       Read::done},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":{"ab":true,"a":false}})",
+       Read::other},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":{"é":true,"z":false}})",
+       Read::other},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":{"a":true,"a":false}})",
+       Read::other},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":{"a":1}})",
+       Read::other},
+      {flags,
+       R"({"__type__":"Dict","__sub_type__":"Boolean","__elements__":["a"]})",
        Read::other}};
   for (const auto &c : cases) {
     std::string json = c.json;

@@ -303,20 +303,19 @@ std::vector<Chunk> container_chunks(const Catalog &catalog, const Type &type) {
             "copied_" + kind},
            ");") +
       "}\n";
-  std::vector<Chunk> chunks{
-      {make, maker}, {info.reader, reader}, {info.copier, copier}};
-  if (type.name != "Dict")
-    chunks.push_back(
-        {info.fast,
-         "velmora_text::Read " + info.fast +
-             "(velmora_text::Cursor &c, void **out) {\n" +
-             call("  ", "return velmora_text::read_container(",
-                  {"c", c_literal(catalog.info(type.element[0]).wire) + "sv",
-                   catalog.info(type.element[0]).fast, make, info.deleter,
-                   info.reader, "out"},
-                  ");") +
-             "}\n"});
-  return chunks;
+  std::string fast =
+      "velmora_text::Read " + info.fast +
+      "(velmora_text::Cursor &c, void **out) {\n" +
+      call("  ", "return velmora_text::read_container(",
+           {"c", c_literal(catalog.info(type.element[0]).wire) + "sv",
+            catalog.info(type.element[0]).fast, make, info.deleter, info.reader,
+            "out"},
+           ");") +
+      "}\n";
+  return {{make, maker},
+          {info.reader, reader},
+          {info.copier, copier},
+          {info.fast, fast}};
 }
 
 } // namespace

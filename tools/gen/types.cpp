@@ -142,8 +142,7 @@ TypeInfo Catalog::info(const Type &type) const {
   if (type.name == "List")
     info.c_type = "list_s", info.deleter = "list_del";
   else if (type.name == "Dict")
-    info.c_type = "dict_s", info.deleter = "dict_deleter",
-    info.fast = "velmora_text::fast_none";
+    info.c_type = "dict_s", info.deleter = "dict_deleter";
   info.serializer = container_function(type, "serialize");
   return info;
 }
