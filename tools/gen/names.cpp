@@ -117,7 +117,7 @@ public:
   bool run(Schema *schema);
   bool name_all_but_operations(Schema *schema);
   /* A free operation name from `base` (a plain identifier): it, or
-   * base_2, base_3, ... */
+   * base_2, base_3, ...; each refusal on the way is left in the error. */
   std::string free_operation_name(const std::string &base);
 
 private:
@@ -336,15 +336,11 @@ bool Namer::run(Schema *schema) {
   return true;
 }
 
-/* A refusal here only means the next number is tried. */
 std::string Namer::free_operation_name(const std::string &base) {
-  std::string ignored, *error = error_;
-  error_ = &ignored;
   Operation op;
   op.name = base;
   for (int n = 2; !check_operation(op); n++)
     op.name = numbered(base, n);
-  error_ = error;
   return op.name;
 }
 
@@ -380,8 +376,8 @@ std::string numbered(const std::string &name, int n) {
 }
 
 void free_operation_names(Schema *schema) {
-  std::string ignored;
-  Namer namer(&ignored);
+  std::string refusals; /* the names passed over */
+  Namer namer(&refusals);
   namer.name_all_but_operations(schema);
   for (Operation &op : schema->operations)
     op.name = namer.free_operation_name(op.name);
