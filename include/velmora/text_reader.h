@@ -526,11 +526,23 @@ template <typename Cell> Read text_cell(Cursor &c, void **out) {
   return Read::done;
 }
 
+/** What strtoll gives for `text` up to its closing quote: plain digits,
+ * as writers give them, are read here; anything else by strtoll. */
+inline int64_t long_text(const char *text) {
+  const char *p = text + (*text == '-' ? 1 : 0);
+  int64_t number = 0;
+  int count = 0;
+  for (; *p >= '0' && *p <= '9' && count < 18; p++, count++)
+    number = number * 10 + (*p - '0');
+  if (count == 0 || *p != '"')
+    return strtoll(text, nullptr, 10);
+  return *text == '-' ? -number : number;
+}
+
 /** The fast readers of the library's scalar types, each with the
  * deserializer it falls back to. */
 inline Read fast_long(Cursor &c, void **out) {
-  return number_text<Long>(
-      c, out, [](const char *text) { return strtoll(text, nullptr, 10); });
+  return number_text<Long>(c, out, long_text);
 }
 /** ULong: strtoull in base 0. */
 inline Read fast_ulong(Cursor &c, void **out) {

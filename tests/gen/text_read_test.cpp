@@ -88,6 +88,14 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
       node(R"("id": {"__type__": 3, "__value__": "5"})"),
       node(R"("id": {"__type__": "Long", "__value__": "5", "__value__": "6"})"),
       node(R"("id": {"__type__": "Long", "__value__": " 12abc"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "+5"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "-"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "12a"})"),
+      node(R"("id": {"__type__": "Long", "__value__": "-123456789012345678"})"),
+      node(
+          R"("id": {"__type__": "Long", "__value__": "-9223372036854775809"})"),
+      node(
+          R"("id": {"__type__": "Long", "__value__": "0000000000000000000042"})"),
       node(
           R"("id": {"__type__": "Long", "__value__": "99999999999999999999"})"),
       node(R"("code": {"__type__": "ULong", "__value__": "-1"})"),
