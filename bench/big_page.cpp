@@ -142,6 +142,9 @@ DevserverProcess &devserver() {
   static DevserverProcess instance(
       VELMORA_DEVSERVER, {"--user", "bench", "--password", "bench-password",
                           "--route", "/items/list=" + file});
+  // The devserver holds the page once it answers; the file can go.
+  static bool removed = unlink(file.c_str()) == 0;
+  (void)removed;
   return instance;
 }
 
