@@ -46,7 +46,7 @@ recorder=$port
 grep -q '"__total_items__":40' "$work/page.live" || fail "page: $(cat "$work/page.live")"
 grep -q '^POST /items/list u 401 auth_error 1' "$work/live.log" ||
   fail "the first call was not refused for its date"
-"$request" --port "$recorder" "${as_t[@]}" /echo '{"ping": [1, 2]}' >"$work/echo" ||
+"$request" --port "$recorder" "${as_t[@]}" /echo '{"zeta": "z", "alpha": 0.10}' >"$work/echo" ||
   fail "token call through the recorder: exit $?"
 head -c $((5 << 20)) /dev/zero | tr '\0' a >"$work/big"
 "$request" --port "$recorder" "${as_t[@]}" /echo @"$work/big" >"$work/big.echo" &&
@@ -59,6 +59,7 @@ ls "$work/rec" >"$work/names"
 grep -q '"status": 401' "$work/rec/000001.json" &&
   grep -q '"date": ' "$work/rec/000001.json" &&
   grep -q '"status": 200' "$work/rec/000002.json" &&
+  grep -qF '"request": {"zeta": "z", "alpha": 0.10},' "$work/rec/000004.json" &&
   grep -q '"request_omitted": 5242880' "$work/rec/000006.json" &&
   grep -q '"reply_omitted": 5242880' "$work/rec/000006.json" || fail "recording contents"
 
@@ -83,7 +84,9 @@ replayer=$port
 # ---- Infer the service, generate its client, call it offline ---------------
 "$gen" --infer "$work/rec" >"$work/service.json" 2>&1 || fail "infer: $(cat "$work/service.json")"
 grep -qF '"items_list": {"path": "/items/list", "arguments": {"list_info": "ListInfo"}, "result": "ResultSet<Item>"}' \
-  "$work/service.json" || fail "inferred: $(cat "$work/service.json")"
+  "$work/service.json" &&
+  grep -qF '"echo": {"path": "/echo", "arguments": {"zeta": "Unicode"}, "result": "Unicode", "result_member": "zeta"}' \
+    "$work/service.json" || fail "inferred: $(cat "$work/service.json")"
 "$gen" --output-dir "$work/client" "$work/service.json" || fail "generation"
 cat >"$work/client/call.cpp" <<'CALL'
 #include <cstdio>
@@ -127,7 +130,7 @@ while IFS='|' read -r number path asked status answer; do
   printf '{"recording": 1, "method": "POST", "path": "%s", "request_headers": {},
   %s, "status": %s, %s}\n' "$path" "$asked" "$status" "$answer" >"$work/order/$number.json"
 done <<'TABLE'
-000001|/a|"request": {"n": 1}|200|"reply": {"r": "one"}
+000001|/a|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
 000002|/a|"request": {"n": 2}|200|"reply": {"r": "two"}
 000003|/a|"request": {"n": 1}|401|"reply": {"r": "refused"}
 000004|/b|"request_text": "x"|200|"reply_text": "bee"
@@ -141,9 +144,9 @@ while IFS='|' read -r want text args; do
   eval "\"$request\" --port $port \"\${as_u[@]}\" $args" >"$work/out" 2>&1 || got=$?
   [ "$got" = "$want" ] && grep -qF -- "$text" "$work/out" || fail "$args: exit $got, $(cat "$work/out")"
 done <<'TABLE'
-0|{"r":"one"}|/a '{"n":1}'
-0|{"r":"two"}|/a '{ "n" : 2 }'
-0|{"r":"two"}|/a '{"n":9}'
+0|{"r": "one", "n": 123456789012345678901234}|/a '{"n":1}'
+0|{"r": "two"}|/a '{ "n" : 2 }'
+0|{"r": "two"}|/a '{"n":9}'
 0|bee|/b x
 0|bee|/b y
 22|no recorded answer for \"/c\"|/c '{}'
@@ -176,7 +179,7 @@ start again --record "$work/killed" --route "/fixed=$work/fixed.json" "${account
   ! ls -a "$work/killed" | grep -q '\.tmp$' || fail "after a restart: $(ls -a "$work/killed")"
 # A route's answer is recorded like any other.
 "$request" --port "$port" "${as_u[@]}" /fixed '{}' >/dev/null || fail "a route while recording"
-grep -qF '"answer" : 42' "$work/killed/$(ls "$work/killed" | tail -n 1)" || fail "route not recorded"
+grep -qF '"answer": 42' "$work/killed/$(ls "$work/killed" | tail -n 1)" || fail "route not recorded"
 
 # ---- An upstream that cannot be reached -------------------------------------
 start lost --upstream 127.0.0.1:1

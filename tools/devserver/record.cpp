@@ -55,7 +55,8 @@ std::string member_text(const Json::Value &value) {
   return out;
 }
 
-/* One member for a body: its JSON, its text, or its size when too large. */
+/* One member for a body: its JSON as sent (its members' order, its
+ * numbers' digits), its text, or its size when too large. */
 std::string body_member(const char *name, const std::string &body,
                         size_t limit) {
   if (body.size() > limit)
@@ -63,7 +64,7 @@ std::string body_member(const char *name, const std::string &body,
            "_omitted\": " + std::to_string(body.size());
   Json::Value value;
   if (body_json(body, &value))
-    return std::string("\"") + name + "\": " + member_text(value);
+    return std::string("\"") + name + "\": " + body;
   return std::string("\"") + name +
          "_text\": " + member_text(Json::Value(body));
 }
@@ -94,11 +95,13 @@ bool write_whole(const std::string &name, const std::string &text) {
 } // namespace
 
 /* Strict, so that what is kept as JSON means what the text meant (a key
- * held twice stays text); any value may be the root. */
+ * held twice stays text) and can stand inside a recording as it is (no
+ * byte-order mark); any value may be the root. */
 bool body_json(const std::string &body, Json::Value *value) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["strictRoot"] = false;
+  builder["skipBom"] = false;
   std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   std::string why;
   try {

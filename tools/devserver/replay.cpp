@@ -6,16 +6,38 @@
 #include <fstream>
 #include <sstream>
 
+#include <velmora/text_reader.h>
+
 #include "devserver.h"
 
 namespace devserver {
 namespace {
 
-bool read_file(const std::string &name, Json::Value *value) {
+bool read_file(const std::string &name, std::string *text, Json::Value *value) {
   std::ifstream file(name, std::ios::binary);
   std::ostringstream content;
-  return file && content << file.rdbuf() && body_json(content.str(), value) &&
-         value->isObject();
+  if (!file || !(content << file.rdbuf()))
+    return false;
+  *text = content.str();
+  return body_json(*text, value) && value->isObject();
+}
+
+/* The text of the recording's member `name` as the file holds it, so that
+ * a reply is replayed byte for byte; empty when it is not there. */
+std::string recorded_text(const std::string &file, std::string_view name) {
+  using velmora_text::Read;
+  velmora_text::Cursor c{file.data(), file.data() + file.size(), 0};
+  std::string text;
+  velmora_text::members(c, [&](velmora_text::Cursor &c, std::string_view key) {
+    velmora_text::skip_space(c);
+    const char *begin = c.at;
+    if (!velmora_text::skip_value(c))
+      return Read::broken;
+    if (key == name)
+      text.assign(begin, c.at);
+    return Read::done;
+  });
+  return text;
 }
 
 /* The recording's body named `member` (as JSON or as text) into `entry`'s
@@ -35,8 +57,9 @@ bool recorded_body(const Json::Value &recording, const std::string &member,
 /* Only answers are replayed: a refusal belongs to the date and signature
  * of its time, and this server checks those itself. */
 bool load_one(const std::string &name, long number, Recording *recording) {
+  std::string text;
   Json::Value file;
-  if (!read_file(name, &file)) {
+  if (!read_file(name, &text, &file)) {
     fprintf(stderr, "velmora-devserver: %s is no recording; skipped\n",
             name.c_str());
     return false;
@@ -53,7 +76,7 @@ bool load_one(const std::string &name, long number, Recording *recording) {
     return false;
   entry.reply_type = reply_json ? "application/json" : "text/plain";
   if (reply_json)
-    entry.reply = render(reply);
+    entry.reply = recorded_text(text, "reply");
   (*recording)[file["path"].asString()].push_back(std::move(entry));
   return true;
 }
