@@ -496,34 +496,42 @@ Read number_text(Cursor &c, void **out, Parse parse) {
   return read;
 }
 
+/** A real truncated to a count as the library does. */
+inline int64_t truncated(double real_value) {
+  if (std::isnan(real_value))
+    return 0;
+  if (real_value >= 9223372036854775808.0)
+    return INT64_MAX;
+  if (real_value > -9223372036854775808.0)
+    return static_cast<int64_t>(real_value);
+  return INT64_MIN;
+}
+
 /** Time and Date: a real "__value__", truncated as the library does. */
 template <typename Cell> Read count(Cursor &c, void **out) {
   double real_value = 0;
   Read read = envelope(c, [&](Cursor &c) { return real(c, &real_value); });
-  if (read != Read::done)
-    return read;
-  int64_t number = INT64_MIN;
-  if (std::isnan(real_value))
-    number = 0;
-  else if (real_value >= 9223372036854775808.0)
-    number = INT64_MAX;
-  else if (real_value > -9223372036854775808.0)
-    number = static_cast<int64_t>(real_value);
-  *out = cell(Cell{number});
-  return Read::done;
+  if (read == Read::done)
+    *out = cell(Cell{truncated(real_value)});
+  return read;
+}
+
+/** A cell holding a copy of `text`; null when memory runs out. */
+template <typename Cell> void *text_cell_of(std::string_view text) {
+  char *copy = text_copy(text);
+  void *made = copy == nullptr ? nullptr : cell(Cell{copy});
+  if (made == nullptr)
+    free(copy);
+  return made;
 }
 
 /** IP and Ciphered: a cell holding a copy of the "__value__" text. */
 template <typename Cell> Read text_cell(Cursor &c, void **out) {
   std::string_view text;
   Read read = envelope(c, [&](Cursor &c) { return raw_string(c, &text); });
-  if (read != Read::done)
-    return read;
-  char *copy = text_copy(text);
-  *out = copy == nullptr ? nullptr : cell(Cell{copy});
-  if (*out == nullptr)
-    free(copy);
-  return Read::done;
+  if (read == Read::done)
+    *out = text_cell_of<Cell>(text);
+  return read;
 }
 
 /** What strtoll gives for `text` up to its closing quote: plain digits,
@@ -598,6 +606,132 @@ inline Read fast_boolean(Cursor &c, void **out) {
 /** A reader for shapes the fast road leaves to the deserializer. */
 inline Read fast_none(Cursor &, void **) {
   return Read::other;
+}
+
+/* ---- Records as the library writes them ----------------------------------
+ * A record written compact with every field, as the library writes it,
+ * is read in one pass over its fixed text: each field's key and, for a
+ * scalar envelope, `{"__type__":"T","__value__":` stand in the text as a
+ * table expects them, and only the values are read. Any other text is left
+ * to the members' road, which reads the same values from it. */
+
+/** Reads a value after its fixed text, and an envelope's closing brace;
+ * true with `*out` made (null when memory runs out), or false. */
+typedef bool (*CompactRead)(Cursor &c, void **out);
+
+/** A field in the compact form: the text before its value, the value's
+ * reader and the field's place in the record. */
+struct CompactField {
+  std::string_view before; /**< `,"key":` and an envelope's opening */
+  CompactRead read;        /**< one of the compact_ readers below */
+  size_t offset;           /**< offsetof the field in its record */
+};
+
+/** Long, ULong and Double: the quoted value parsed as `parse` does. */
+template <typename Cell, typename Parse>
+bool compact_number(Cursor &c, void **out, Parse parse) {
+  std::string_view text;
+  if (!raw_string(c, &text) || !exactly(c, "}"))
+    return false;
+  *out = cell(Cell{parse(text.data())});
+  return true;
+}
+/** Long. */
+inline bool compact_long(Cursor &c, void **out) {
+  return compact_number<Long>(c, out, long_text);
+}
+/** ULong. */
+inline bool compact_ulong(Cursor &c, void **out) {
+  return compact_number<ULong>(
+      c, out, [](const char *text) { return strtoull(text, nullptr, 0); });
+}
+/** Double. */
+inline bool compact_double(Cursor &c, void **out) {
+  return compact_number<Double>(
+      c, out, [](const char *text) { return strtod(text, nullptr); });
+}
+/** Time and Date: a real, truncated. */
+template <typename Cell> bool compact_count(Cursor &c, void **out) {
+  double real_value = 0;
+  if (!real(c, &real_value) || !exactly(c, "}"))
+    return false;
+  *out = cell(Cell{truncated(real_value)});
+  return true;
+}
+/** Time. */
+inline bool compact_time(Cursor &c, void **out) {
+  return compact_count<Time>(c, out);
+}
+/** Date. */
+inline bool compact_date(Cursor &c, void **out) {
+  return compact_count<Date>(c, out);
+}
+/** IP and Ciphered: a copy of the quoted value. */
+template <typename Cell> bool compact_text_cell(Cursor &c, void **out) {
+  std::string_view text;
+  if (!raw_string(c, &text) || !exactly(c, "}"))
+    return false;
+  *out = text_cell_of<Cell>(text);
+  return true;
+}
+/** IP. */
+inline bool compact_ip(Cursor &c, void **out) {
+  return compact_text_cell<IP>(c, out);
+}
+/** Ciphered. */
+inline bool compact_ciphered(Cursor &c, void **out) {
+  return compact_text_cell<Ciphered>(c, out);
+}
+/** A bare text. */
+inline bool compact_text(Cursor &c, void **out) {
+  return fast_text(c, out) == Read::done;
+}
+/** A bare Integer. */
+inline bool compact_integer(Cursor &c, void **out) {
+  return fast_integer(c, out) == Read::done;
+}
+/** A bare Boolean. */
+inline bool compact_boolean(Cursor &c, void **out) {
+  return fast_boolean(c, out) == Read::done;
+}
+
+/** The record at the cursor when it is written compact with every field
+ * of `fields`, in their order, and nothing else; false (cursor moved)
+ * otherwise. As deep as the members' road reads envelopes, no deeper. */
+template <typename T, size_t N>
+bool compact_record(Cursor &c, T *(*make)(), value_deleter deleter,
+                    const CompactField (&fields)[N], void **out) {
+  std::string_view type;
+  if (c.depth + 3 > max_depth || !exactly(c, "{\"__properties__\":{"))
+    return false;
+  std::unique_ptr<T, value_deleter> made(make(), deleter);
+  if (made == nullptr)
+    return false;
+  for (const CompactField &field : fields) {
+    void *value = nullptr;
+    bool read = exactly(c, field.before) && field.read(c, &value);
+    memcpy(reinterpret_cast<char *>(made.get()) + field.offset, &value,
+           sizeof value);
+    if (!read || value == nullptr)
+      return false;
+  }
+  if (!exactly(c, "},\"__type__\":") || !raw_string(c, &type) || !take(c, '}'))
+    return false;
+  *out = made.release();
+  return true;
+}
+
+/** `read_record`, trying first the compact form `compact` describes. */
+template <typename T, typename Fields, size_t N>
+Read read_record(Cursor &c, T *(*make)(), value_deleter deleter, Fields fields,
+                 const CompactField (&compact)[N], value_deserializer slow,
+                 void **out) {
+  skip_space(c);
+  Cursor start = c;
+  if (compact_record(c, make, deleter, compact, out))
+    return Read::done;
+  c = start;
+  return read_record(c, make, deleter, fields, slow, out);
 }
 
 /** The list of a List, or of a ResultSet. */

@@ -2,8 +2,12 @@
  * every shape, the library's own and those that must take the fallback,
  * gives the same record, to the byte of its written form. */
 #include <cctype>
+#include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -74,6 +78,47 @@ const char *const canonical =
     "page": {"__elements__": [{"__type__": "Leaf", "__properties__": {"label": "l"}}],
       "__sub_type__": "Leaf", "__total_items__": 9, "__type__": "ResultSet"},
     "child": {"__properties__": {"name": "c"}, "__type__": "Node"})";
+
+/* A Flat as the library writes it (members sorted), and texts one change
+ * away from that form, which the one-pass road must leave to the others. */
+const char *const flat =
+    R"({"__properties__": {"address": {"__type__": "IP", "__value__": "192.0.2.2"},
+    "code": {"__type__": "Long", "__value__": "0x10"}, "count": -3,
+    "day": {"__type__": "Date", "__value__": -86400.5},
+    "id": {"__type__": "Long", "__value__": "-7"}, "name": "f", "ok": true,
+    "secret": {"__type__": "Ciphered", "__value__": "s"},
+    "weight": {"__type__": "Double", "__value__": "2.5"},
+    "when": {"__type__": "Time", "__value__": 1700000000.0}}, "__type__": "Flat"})";
+
+std::vector<std::string> flat_variants() {
+  const std::pair<const char *, const char *> changes[] = {
+      {"", ""},
+      {R"("IP")", R"("Ip")"},
+      {R"("Long", "__value__": "0x10")", R"("ULong", "__value__": "0x10")"},
+      {R"("count": -3,)", ""},
+      {R"("count": -3,)", R"("count": -3, "extra": 1,)"},
+      {R"("name": "f")", R"("name": null)"},
+      {R"("name": "f")", R"("name": "f
+")"},
+      {R"("-7")", R"("12a")"},
+      {R"("-7")", R"("99999999999999999999")"},
+      {"-86400.5", "1e5"},
+      {"-3", "2147483648"},
+      {"true", "1"},
+      {R"("0x10")", R"("-1")"},
+      {R"("Flat"})", "5}"},
+      {R"("Flat"})", R"("Flat", "__type__": "x"})"},
+      {R"({"__properties__": {"address")",
+       R"({"__properties__": {"zz": 0, "address")"}};
+  std::vector<std::string> texts;
+  for (const auto &change : changes) {
+    std::string text = flat;
+    size_t at = text.find(change.first);
+    texts.push_back(node(
+        "\"flat\": " + text.replace(at, strlen(change.first), change.second)));
+  }
+  return texts;
+}
 
 TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
   const std::string shapes[] = {
@@ -195,7 +240,17 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
     expect_same(json);
     expect_same(compact(json));
   }
+  for (const std::string &json : flat_variants())
+    expect_same(compact(json));
 }
+
+/* Three of a Flat's fields, as a one-pass table lists them. */
+const velmora_text::CompactField three[] = {
+    {R"("address":{"__type__":"IP","__value__":)", velmora_text::compact_ip,
+     offsetof(Flat, address)},
+    {R"(,"count":)", velmora_text::compact_integer, offsetof(Flat, count)},
+    {R"(,"id":{"__type__":"Long","__value__":)", velmora_text::compact_long,
+     offsetof(Flat, id)}};
 
 TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
   using velmora_text::Read;
@@ -220,6 +275,13 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
                                              dict_deleter, out);
             },
             dict_deleter},
+      one_pass{[](velmora_text::Cursor &c, void **out) {
+                 return velmora_text::compact_record(c, Flat_new, Flat_deleter,
+                                                     three, out)
+                            ? Read::done
+                            : Read::other;
+               },
+               Flat_deleter},
       texts{[](velmora_text::Cursor &c, void **out) {
               list_s *(*make)() = [] {
                 return list_new("Unicode", string_deleter, nullptr, nullptr,
@@ -233,7 +295,41 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
     Road road;
     const char *json;
     Read expected;
+    int depth = 0;
   } cases[] = {
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::done},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::done, velmora_text::max_depth - 3},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::other, velmora_text::max_depth - 2},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"},"x":0},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a\n"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1.5,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":2}},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"} ,"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
+       Read::other},
+      {one_pass,
+       R"({"__type__":"F","__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}}})",
+       Read::other},
+      {one_pass,
+       R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":5})",
+       Read::other},
       {long_, R"({"__type__":"Long","__value__":"5"})", Read::done},
       {long_, R"( { "__type__" : "Long" , "__value__" : "5" } )", Read::done},
       {long_, R"({"__value__":"5","__type__":"Long"})", Read::done},
@@ -298,7 +394,8 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
        Read::other}};
   for (const auto &c : cases) {
     std::string json = c.json;
-    velmora_text::Cursor cursor{json.data(), json.data() + json.size(), 0};
+    velmora_text::Cursor cursor{json.data(), json.data() + json.size(),
+                                c.depth};
     void *value = nullptr;
     EXPECT_EQ(c.road.read(cursor, &value), c.expected) << json;
     EXPECT_EQ(value != nullptr, c.expected == Read::done) << json;
