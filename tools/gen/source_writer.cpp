@@ -195,7 +195,7 @@ bool compact_field(const Field &field, std::string *before,
          {"Long", "ULong", "Double", "Time", "Date", "IP", "Ciphered"})
       if (type == scalar)
         *reader = lower(type);
-    if (reader->empty() || !field.type.element.empty())
+    if (reader->empty())
       return false;
     /* The library writes a ULong as a "Long". */
     std::string written = type == "ULong" ? "Long" : type;
