@@ -35,6 +35,9 @@ done <<'TABLE'
 {"records": {"Item": {"a": {"type": "Long", "c_name": "x"}, "b": {"type": "Long", "c_name": "x"}}}}|record Item, field b: c_name "x" is not free
 {"records": {"Item": {"fields": {}, "c_name": "_x"}}}|record Item: c_name "_x" is not free
 {"records": {"Item": {"fields": {}, "c_name": "List"}}}|record Item: c_name "List" is not free
+{"records": {"Item": {"a": {"type": "Long", "c_name": "errno"}}}}|record Item, field a: c_name "errno" is not free
+{"records": {"Item": {"fields": {}, "c_name": "time"}}}|record Item: c_name "time" is not free
+{"operations": {"time": {"path": "/x"}}}|operation time: "time" is a name of the C library or a macro
 {"operations": {"get": {"result": "Long"}}}|operation get, field path: a path (printable text without quotes) is needed
 {"operations": {"get-x": {"path": "/x"}}}|operation get-x: "get-x" is not a C identifier
 {"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library

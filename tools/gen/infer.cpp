@@ -122,6 +122,8 @@ void Inferrer::recording(const Json::Value &exchange) {
 void Inferrer::reply(Call &call, const Json::Value &body) {
   std::string member, type;
   for (const std::string &name : ordered_members(body)) {
+    if (name.empty())
+      continue;
     std::string seen = type_of(body[name]);
     bool better = member.empty() || (member != "result" && name == "result") ||
                   (type.empty() && member != "result" && !seen.empty());
@@ -160,6 +162,10 @@ void Inferrer::agree(const std::string &what, std::string &seen,
 
 void Inferrer::note(const std::string &where, Typed &seen,
                     const std::string &name, const std::string &type) {
+  /* A member named "" cannot be a field or an argument; a generated
+   * record keeps it among its unknown members. */
+  if (name.empty())
+    return;
   for (auto &known : seen)
     if (known.first == name)
       return agree(where + name, known.second, type);

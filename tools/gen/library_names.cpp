@@ -1,4 +1,5 @@
-/* Names the library already declares: generated names must differ. */
+/* Names the library and the system headers already declare: generated
+ * names must differ. */
 #include "schema.h"
 
 #include <algorithm>
@@ -185,6 +186,8 @@ const char *const builtins[] = {
     "Blob",     "Boolean", "Ciphered", "Date", "Double", "IP",     "Integer",
     "ListInfo", "Long",    "Ordering", "Time", "ULong",  "Unicode"};
 
+#include "system_names.inc"
+
 } // namespace
 
 bool library_name(const std::string &name) {
@@ -194,6 +197,16 @@ bool library_name(const std::string &name) {
 bool builtin_type(const std::string &name) {
   return std::find(std::begin(builtins), std::end(builtins), name) !=
          std::end(builtins);
+}
+
+bool system_macro(const std::string &name) {
+  return std::binary_search(std::begin(system_macros), std::end(system_macros),
+                            name);
+}
+
+bool system_global(const std::string &name) {
+  return std::binary_search(std::begin(system_globals),
+                            std::end(system_globals), name);
 }
 
 } // namespace velmora_gen

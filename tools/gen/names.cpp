@@ -19,11 +19,14 @@ const char *const naming_rule =
     "becomes one and a leading or trailing '_' is dropped (\"x-request-id\"\n"
     "-> x_request_id, \"__meta\" -> meta, \"naïve\" -> na_ve; nothing left\n"
     "gives x); (2) a leading digit gets 'n' before it (\"2fa\" -> n2fa);\n"
-    "(3) a C++ keyword, a name of the library, or a name the generated code\n"
-    "uses there (for a field, a record's C name or unknown_members; for a\n"
+    "(3) a C++ keyword, a name of the library, a macro of the system\n"
+    "headers (errno, EOF, unix, ...), or a name the generated code uses\n"
+    "there (for a field, a record's C name or unknown_members; for a\n"
     "record or an argument also the call's own context, result, body,\n"
-    "reply, request and code, and value, self, record, ...) gets '_' after\n"
-    "it, a record \"_type\" (\"class\" -> class_, class_type);\n"
+    "reply, request and code, and value, self, record, ...; for a record\n"
+    "also the C library's names, such as time, and its readers' name, c,\n"
+    "json, ...) gets '_' after it, a record \"_type\" (\"class\" -> class_,\n"
+    "class_type);\n"
     "(4) a name taken by one before it in schema order gets _2, _3, ...\n"
     "(records compared ignoring case, fields ignoring the case of their\n"
     "first letter, as their accessors are). A field or argument written as\n"
@@ -79,6 +82,14 @@ const char *const local_names[] = {"body",       "calloc", "code",  "context",
                                    "copy",       "free",   "in",    "out",
                                    "properties", "record", "reply", "request",
                                    "result",     "self",   "slot",  "value"};
+
+/* The generated readers' parameters and locals, where a record's type is
+ * in scope. */
+const char *const type_names[] = {
+    "c",      "cell",    "copier", "deleter", "dict",    "document",
+    "end",    "entries", "entry",  "field",   "found",   "from",
+    "json",   "length",  "list",   "member",  "members", "name",
+    "object", "parser",  "read",   "set",     "text",    "writer"};
 
 bool listed(const char *const *begin, const char *const *end,
             const std::string &name) {
@@ -146,7 +157,11 @@ private:
 };
 
 bool Namer::reserved(Kind kind, const std::string &name) const {
-  if (keyword(name) || library_name(name) ||
+  if (kind == Kind::record &&
+      (system_global(name) ||
+       listed(std::begin(type_names), std::end(type_names), name)))
+    return true;
+  if (keyword(name) || library_name(name) || system_macro(name) ||
       listed(std::begin(member_names), std::end(member_names), name) ||
       records_.count(name) != 0)
     return true;
@@ -270,6 +285,9 @@ bool Namer::check_operation(const Operation &op) {
     return refuse(where, "\"" + op.name + "\" is not a C identifier");
   if (library_name(op.name))
     return refuse(where, "\"" + op.name + "\" is a name of the library");
+  if (system_macro(op.name) || system_global(op.name))
+    return refuse(where,
+                  "\"" + op.name + "\" is a name of the C library or a macro");
   if (helper_name(op.name) ||
       listed(std::begin(member_names), std::end(member_names), op.name) ||
       listed(std::begin(local_names), std::end(local_names), op.name))
@@ -385,7 +403,8 @@ void free_operation_names(Schema *schema) {
 
 std::string operation_name(const std::string &path) {
   std::string name = derived(path);
-  bool taken = keyword(name) || library_name(name) || helper_name(name) ||
+  bool taken = keyword(name) || library_name(name) || system_macro(name) ||
+               system_global(name) || helper_name(name) ||
                listed(std::begin(member_names), std::end(member_names), name) ||
                listed(std::begin(local_names), std::end(local_names), name);
   return taken ? name + "_" : name;

@@ -62,6 +62,11 @@ bool parse_type(const std::string &text, Type *type);
 /* True for the library's own type, function and structure names, which a
  * generated name must not take. */
 bool library_name(const std::string &name);
+/* True for a macro of the headers generated code includes. */
+bool system_macro(const std::string &name);
+/* True for a file-scope name of the C library (a function, type or
+ * variable) those headers declare. */
+bool system_global(const std::string &name);
 
 /* `text` in lower case: the prefix of a record's accessors. */
 std::string lower(std::string text);
