@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Bad schemas and the one line that refuses each (exit 2, nothing written);
-# then --infer on a reply, with and without a conflicting field, its
-# schema generated into a directory that does not exist yet; then --infer
+# then --infer on a reply (a member named "" left out), with and without
+# a conflicting field, its schema generated into a directory that does not
+# exist yet; then --infer
 # on recorded exchanges: operations, their names, and conflicts.
 # Usage: schemas.sh VELMORA_GEN
 set -euo pipefail
@@ -59,7 +60,7 @@ done
 echo '{"result": {"__type__": "ResultSet", "__sub_type__": "Item", "__elements__": [
   {"__type__": "Item", "__properties__": {"id": {"__type__": "Long", "__value__": "1"},
    "name": "a", "tags": {"__type__": "List", "__sub_type__": "Unicode", "__elements__": []}}},
-  {"__type__": "Item", "__properties__": {"name": null, "part": {"__type__": "pärt\"",
+  {"__type__": "Item", "__properties__": {"": 1, "name": null, "part": {"__type__": "pärt\"",
    "__properties__": {"x-ok": true}}}}]}}' >"$work/reply.json"
 "$gen" --infer "$work/reply.json" >"$work/inferred.json"
 [ "$(tr -d ' \n' <"$work/inferred.json")" = \
