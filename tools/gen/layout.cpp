@@ -10,9 +10,11 @@ namespace {
 const size_t columns = 80;
 
 /* The arguments packed from column `used` (the end of `text`), wrapped
- * lines starting with `pad`; false when some piece does not fit. */
+ * lines starting with `pad`; all of them always, and false when some piece
+ * does not fit (a name longer than a line still makes code). */
 bool pack(std::string *text, size_t used, const std::string &pad,
           const std::vector<std::string> &arguments, const std::string &tail) {
+  bool fits = true;
   for (size_t i = 0; i < arguments.size(); i++) {
     std::string piece = arguments[i] + (i + 1 < arguments.size() ? "," : tail);
     if (i > 0 && used + 1 + piece.size() > columns) {
@@ -24,11 +26,10 @@ bool pack(std::string *text, size_t used, const std::string &pad,
     }
     *text += piece;
     used += piece.size();
-    if (used > columns)
-      return false;
+    fits = fits && used <= columns;
   }
   *text += "\n";
-  return true;
+  return fits;
 }
 
 std::string one_line(const std::string &head,
