@@ -1,10 +1,14 @@
 /* Generated code for a schema of wire names that are no C identifiers,
  * keywords, the library's and the call's own names: read, written, copied
  * and sent exactly as named, members the schema does not know kept. */
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <json/json.h>
@@ -128,8 +132,11 @@ using Echo = int (*)(client_context_s *, const char *, const char *,
                      const char *, char **);
 
 TEST(GeneratedNames, CallsSendEveryArgumentUnderItsWireName) {
+  char dir[] = "/tmp/velmora-names-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string recorded = std::string(dir) + "/000001.json";
   DevserverProcess server(VELMORA_DEVSERVER,
-                          {"--user", "u", "--password", "pw"});
+                          {"--user", "u", "--password", "pw", "--record", dir});
   ASSERT_NE(server.port(), 0);
   std::unique_ptr<client_context_s, void (*)(client_context_s *)> context(
       client_context_new(), client_context_free);
@@ -153,6 +160,14 @@ TEST(GeneratedNames, CallsSendEveryArgumentUnderItsWireName) {
     EXPECT_STREQ(back, wires[i]);
     free(back);
   }
+  /* The first call's body holds the arguments and nothing else. */
+  std::ifstream file(recorded);
+  std::stringstream text;
+  text << file.rdbuf();
+  std::vector<std::string> expected(std::begin(wires), std::end(wires));
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(parse(text.str())["request"].getMemberNames(), expected);
+  std::filesystem::remove_all(dir);
   ItemHandle sent = read(parse(fixture)), back(nullptr, Item_deleter);
   Item *got = nullptr;
   int32_t number = 5;
