@@ -547,20 +547,28 @@ inline int64_t long_text(const char *text) {
   return *text == '-' ? -number : number;
 }
 
+/** What strtoull in base 0 gives for `text`, as ULong reads it. */
+inline uint64_t ulong_text(const char *text) {
+  return strtoull(text, nullptr, 0);
+}
+
+/** What strtod gives for `text`, as Double reads it. */
+inline double double_text(const char *text) {
+  return strtod(text, nullptr);
+}
+
 /** The fast readers of the library's scalar types, each with the
  * deserializer it falls back to. */
 inline Read fast_long(Cursor &c, void **out) {
   return number_text<Long>(c, out, long_text);
 }
-/** ULong: strtoull in base 0. */
+/** ULong. */
 inline Read fast_ulong(Cursor &c, void **out) {
-  return number_text<ULong>(
-      c, out, [](const char *text) { return strtoull(text, nullptr, 0); });
+  return number_text<ULong>(c, out, ulong_text);
 }
-/** Double: strtod. */
+/** Double. */
 inline Read fast_double(Cursor &c, void **out) {
-  return number_text<Double>(
-      c, out, [](const char *text) { return strtod(text, nullptr); });
+  return number_text<Double>(c, out, double_text);
 }
 /** Time. */
 inline Read fast_time(Cursor &c, void **out) {
@@ -642,13 +650,11 @@ inline bool compact_long(Cursor &c, void **out) {
 }
 /** ULong. */
 inline bool compact_ulong(Cursor &c, void **out) {
-  return compact_number<ULong>(
-      c, out, [](const char *text) { return strtoull(text, nullptr, 0); });
+  return compact_number<ULong>(c, out, ulong_text);
 }
 /** Double. */
 inline bool compact_double(Cursor &c, void **out) {
-  return compact_number<Double>(
-      c, out, [](const char *text) { return strtod(text, nullptr); });
+  return compact_number<Double>(c, out, double_text);
 }
 /** Time and Date: a real, truncated. */
 template <typename Cell> bool compact_count(Cursor &c, void **out) {
