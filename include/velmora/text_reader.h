@@ -133,19 +133,35 @@ inline bool integer(Cursor &c, int64_t *value) {
   return true;
 }
 
-/** The double of a number token [begin, end): read directly when it is a
- * whole number below 2^53 (as "1700000000.0"), which is exact; else by
- * strtod, as jsoncpp reads it. */
-inline double exact(const char *begin, const char *end) {
-  const char *p = begin + (*begin == '-' ? 1 : 0);
-  int64_t whole = 0;
-  for (; p < end && *p >= '0' && *p <= '9' && whole < (int64_t(1) << 49); p++)
-    whole = whole * 10 + (*p - '0');
-  const char *rest = p + (p < end && *p == '.' ? 1 : 0);
-  while (rest < end && *rest == '0')
-    rest++;
-  if (rest == end && (p == end || *p == '.'))
-    return *begin == '-' ? -double(whole) : double(whole);
+/** How many digits (at most `limit`) stand at `p`, their number added up
+ * in `*value`; eight at a time while eight are there, on a little-endian
+ * machine. */
+inline size_t leading_digits(const char *p, const char *end, size_t limit,
+                             uint64_t *value) {
+  const bool words = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+  const uint64_t highs = 0xF0F0F0F0F0F0F0F0u;
+  size_t count = 0;
+  uint64_t number = 0, bytes = 0;
+  for (; words && count + 8 <= limit && end - p >= 8; p += 8, count += 8) {
+    memcpy(&bytes, p, 8);
+    if (((bytes & highs) | (((bytes + 0x0606060606060606u) & highs) >> 4)) !=
+        0x3333333333333333u)
+      break;
+    bytes = (bytes & 0x0F0F0F0F0F0F0F0Fu) * 2561 >> 8;
+    bytes = (bytes & 0x00FF00FF00FF00FFu) * 6553601 >> 16;
+    bytes = (bytes & 0x0000FFFF0000FFFFu) * 42949672960001u >> 32;
+    number = number * 100000000 + bytes;
+  }
+  for (; count < limit && p < end && static_cast<unsigned>(*p - '0') < 10;
+       p++, count++)
+    number = number * 10 + static_cast<uint64_t>(*p - '0');
+  *value = number;
+  return count;
+}
+
+/** The double strtod gives for the number token [begin, end), as jsoncpp
+ * reads it. */
+inline double strtod_of(const char *begin, const char *end) {
   char text[32];
   memcpy(text, begin, static_cast<size_t>(end - begin));
   text[end - begin] = '\0';
@@ -153,24 +169,31 @@ inline double exact(const char *begin, const char *end) {
 }
 
 /** A number as jsoncpp gives it to asDouble: an integer, or digits with a
- * fraction, at most 24 bytes and no exponent. */
+ * fraction, at most 24 bytes and no exponent. A whole number of at most 15
+ * digits (as "1700000000.0") is exact as it is summed up here; any other
+ * goes through strtod. */
 inline bool real(Cursor &c, double *value) {
   skip_space(c);
   const char *p = c.at;
-  p += p < c.end && *p == '-' ? 1 : 0;
-  const char *digits = p;
-  while (p < c.end && *p >= '0' && *p <= '9')
+  bool negative = p < c.end && *p == '-';
+  const char *digits = p + (negative ? 1 : 0);
+  uint64_t whole = 0;
+  p = digits + leading_digits(digits, c.end, 15, &whole);
+  while (p < c.end && static_cast<unsigned>(*p - '0') < 10)
     p++;
   bool lead = p - digits == 1 || (p > digits && *digits != '0');
+  bool exact = p - digits <= 15;
   if (lead && p < c.end && *p == '.') {
     const char *fraction = ++p;
-    while (p < c.end && *p >= '0' && *p <= '9')
-      p++;
+    for (; p < c.end && static_cast<unsigned>(*p - '0') < 10; p++)
+      exact = exact && *p == '0';
     lead = p > fraction;
   }
   if (!lead || p - c.at > 24 || !ends_number(c, p))
     return false;
-  *value = exact(c.at, p);
+  *value = !exact     ? strtod_of(c.at, p)
+           : negative ? -static_cast<double>(whole)
+                      : static_cast<double>(whole);
   c.at = p;
   return true;
 }
@@ -186,11 +209,28 @@ inline bool literal(Cursor &c, std::string_view word) {
   return true;
 }
 
+/** True when the bytes at `p` are `word`'s: eight at a time, the last
+ * eight overlapping, as the fixed texts of the compact form are short. */
+inline bool same_bytes(const char *p, std::string_view word) {
+  size_t n = word.size();
+  if (n < 8)
+    return memcmp(p, word.data(), n) == 0;
+  uint64_t a, b, diff = 0;
+  for (size_t i = 0; i + 8 < n; i += 8) {
+    memcpy(&a, p + i, 8);
+    memcpy(&b, word.data() + i, 8);
+    diff |= a ^ b;
+  }
+  memcpy(&a, p + n - 8, 8);
+  memcpy(&b, word.data() + n - 8, 8);
+  return (diff | (a ^ b)) == 0;
+}
+
 /** True, past it, when the text at the cursor is `word` byte for byte (no
  * white space skipped): the compact form writers give, checked whole. */
 inline bool exactly(Cursor &c, std::string_view word) {
   if (static_cast<size_t>(c.end - c.at) < word.size() ||
-      memcmp(c.at, word.data(), word.size()) != 0)
+      !same_bytes(c.at, word))
     return false;
   c.at += word.size();
   return true;
@@ -492,7 +532,7 @@ Read number_text(Cursor &c, void **out, Parse parse) {
   std::string_view text;
   Read read = envelope(c, [&](Cursor &c) { return raw_string(c, &text); });
   if (read == Read::done)
-    *out = cell(Cell{parse(text.data())});
+    *out = cell(Cell{parse(text)});
   return read;
 }
 
@@ -534,27 +574,29 @@ template <typename Cell> Read text_cell(Cursor &c, void **out) {
   return read;
 }
 
-/** What strtoll gives for `text` up to its closing quote: plain digits,
- * as writers give them, are read here; anything else by strtoll. */
-inline int64_t long_text(const char *text) {
-  const char *p = text + (*text == '-' ? 1 : 0);
-  int64_t number = 0;
-  int count = 0;
-  for (; *p >= '0' && *p <= '9' && count < 18; p++, count++)
-    number = number * 10 + (*p - '0');
-  if (count == 0 || *p != '"')
-    return strtoll(text, nullptr, 10);
-  return *text == '-' ? -number : number;
+/** What strtoll gives for a quoted `text`: plain digits, as writers give
+ * them, are read here; anything else by strtoll, which the closing quote
+ * stops. */
+inline int64_t long_text(std::string_view text) {
+  bool negative = !text.empty() && text[0] == '-';
+  const char *digits = text.data() + (negative ? 1 : 0);
+  const char *end = text.data() + text.size();
+  uint64_t number = 0;
+  size_t count = leading_digits(digits, end, 18, &number);
+  if (count == 0 || digits + count != end)
+    return strtoll(text.data(), nullptr, 10);
+  return negative ? -static_cast<int64_t>(number)
+                  : static_cast<int64_t>(number);
 }
 
-/** What strtoull in base 0 gives for `text`, as ULong reads it. */
-inline uint64_t ulong_text(const char *text) {
-  return strtoull(text, nullptr, 0);
+/** What strtoull in base 0 gives for a quoted `text`, as ULong reads it. */
+inline uint64_t ulong_text(std::string_view text) {
+  return strtoull(text.data(), nullptr, 0);
 }
 
-/** What strtod gives for `text`, as Double reads it. */
-inline double double_text(const char *text) {
-  return strtod(text, nullptr);
+/** What strtod gives for a quoted `text`, as Double reads it. */
+inline double double_text(std::string_view text) {
+  return strtod(text.data(), nullptr);
 }
 
 /** The fast readers of the library's scalar types, each with the
@@ -641,7 +683,7 @@ bool compact_number(Cursor &c, void **out, Parse parse) {
   std::string_view text;
   if (!raw_string(c, &text) || !exactly(c, "}"))
     return false;
-  *out = cell(Cell{parse(text.data())});
+  *out = cell(Cell{parse(text)});
   return true;
 }
 /** Long. */
