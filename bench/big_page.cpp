@@ -276,12 +276,14 @@ extern "C" int velmora_bench_rerun() {
   client_context_set_password(client, "bench-password");
   std::string reply;
   send_request(client, "/warm-up", "{}", &reply);
+  result_set_s *page = nullptr;
   auto start = std::chrono::steady_clock::now();
   int code = asked[0] == 'c'
-                 ? (call(client) == nullptr ? 1 : 0)
+                 ? ((page = call(client)) == nullptr ? 1 : 0)
                  : send_request(client, "/items/list", request_body, &reply);
   std::chrono::duration<double, std::milli> took =
       std::chrono::steady_clock::now() - start;
+  result_set_del(page);
   printf("%.3f\n", took.count());
   return code == 0 ? 0 : 1;
 }
