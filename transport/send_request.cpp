@@ -20,15 +20,9 @@ const int max_attempts = 3;
 const char date_format[] = "%a, %d %b %Y %H:%M:%S %Z";
 const size_t signature_length = 20;
 
-/* A reply's body is reserved up to this length from its Content-Length, so
- * that a big page is not copied each time the string doubles, while a
- * server's claim alone cannot make the client reserve much. */
-const curl_off_t max_reserve = curl_off_t(256) << 20;
-
 /* What one transfer gave: libcurl's code and message, the status, and the
  * reply's body and header lines. */
 struct reply {
-  CURL *curl = nullptr;
   CURLcode code = CURLE_OK;
   char error[CURL_ERROR_SIZE] = {};
   int64_t status = 0;
@@ -36,26 +30,13 @@ struct reply {
   std::string headers;
 };
 
-/* The write function of the header lines. */
+/* The write function of both the body and the header lines. */
 size_t append_to_string(char *data, size_t size, size_t count, void *sink) {
   if (sink == nullptr)
     return 0;
   size_t length = size * count;
   static_cast<std::string *>(sink)->append(data, length);
   return length;
-}
-
-/* The write function of the body: the first piece reserves what the
- * server announced. */
-size_t append_to_body(char *data, size_t size, size_t count, void *sink) {
-  reply *got = static_cast<reply *>(sink);
-  curl_off_t announced = 0;
-  if (got->body.empty() &&
-      curl_easy_getinfo(got->curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T,
-                        &announced) == CURLE_OK &&
-      announced > 0 && announced <= max_reserve)
-    got->body.reserve(size_t(announced));
-  return append_to_string(data, size, count, &got->body);
 }
 
 /* True when a header value could end its line early or start another. */
@@ -212,9 +193,8 @@ void set_options(CURL *curl, const client_context_s *context,
   curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
   curl_easy_setopt(curl, CURLOPT_HEADER, 0L);
   curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
-  got.curl = curl;
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append_to_body);
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &got);
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, append_to_string);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &got.body);
   curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, append_to_string);
   curl_easy_setopt(curl, CURLOPT_HEADERDATA, &got.headers);
   curl_easy_setopt(curl, CURLOPT_POST, 1L);

@@ -1,10 +1,17 @@
 /* The client record and its key file, send_request against a loopback
- * server that records every request, and the clock arithmetic of
- * re-synchronisation; fuzz/extract_header pins the header lookup. */
+ * server that records every request, the options it hands libcurl, and the
+ * clock arithmetic of re-synchronisation; fuzz/extract_header pins the
+ * header lookup. */
+#include <algorithm>
+#include <atomic>
+#include <cstdarg>
 #include <cstring>
+#include <dlfcn.h>
 #include <fstream>
 #include <memory>
+#include <vector>
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include "capture_stdout.h"
@@ -12,6 +19,62 @@
 #include "oracles.h"
 #include "transport_internal.h"
 #include "velmora/transport.h"
+
+namespace {
+
+/* One curl_easy_setopt call: the option and its value, whatever its type. */
+struct SetOption {
+  CURLoption option;
+  long number;
+  const void *pointer;
+  std::string text; // a URL's, or the header list's line names
+};
+
+std::atomic<bool> listening{false};
+std::vector<SetOption> options_set;
+
+/* The names of the lines in a header list, each up to its ':' or ';'. */
+std::string line_names(const curl_slist *lines) {
+  std::string names;
+  for (; lines != nullptr; lines = lines->next)
+    names.append(lines->data, strcspn(lines->data, ":;")).push_back('|');
+  return names;
+}
+
+} // namespace
+
+/* Interposed for the whole test program: notes each option while a test
+ * listens and forwards it to libcurl with its own type. The parentheses
+ * keep libcurl's type-checking macro out of the definition. */
+extern "C" CURLcode(curl_easy_setopt)(CURL *curl, CURLoption option, ...) {
+  using Real = CURLcode (*)(CURL *, CURLoption, ...);
+  static const auto real =
+      reinterpret_cast<Real>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
+  va_list args;
+  va_start(args, option);
+  SetOption set{option, 0, nullptr, ""};
+  curl_off_t offset = 0;
+  if (option < CURLOPTTYPE_OBJECTPOINT)
+    set.number = va_arg(args, long);
+  else if (option < CURLOPTTYPE_FUNCTIONPOINT)
+    set.pointer = va_arg(args, void *);
+  else if (option < CURLOPTTYPE_OFF_T)
+    set.pointer =
+        reinterpret_cast<const void *>(va_arg(args, curl_write_callback));
+  else
+    offset = va_arg(args, curl_off_t);
+  va_end(args);
+  if (option == CURLOPT_URL)
+    set.text = static_cast<const char *>(set.pointer);
+  if (option == CURLOPT_HTTPHEADER)
+    set.text = line_names(static_cast<const curl_slist *>(set.pointer));
+  if (listening)
+    options_set.push_back(set);
+  if (option >= CURLOPTTYPE_OFF_T)
+    return real(curl, option, offset);
+  return option < CURLOPTTYPE_OBJECTPOINT ? real(curl, option, set.number)
+                                          : real(curl, option, set.pointer);
+}
 
 namespace {
 
@@ -146,6 +209,94 @@ TEST(SendRequest, RequestsAndRepliesDecideTheResult) {
   EXPECT_EQ(send_request(nullptr, "/p", "", &out) +
                 send_request(record.get(), "/p", "", nullptr),
             -2);
+}
+
+/* The options of one call as text: each pointer that is not the body's
+ * named by the order of its first appearance, so that a shared or a
+ * distinct function or sink shows. */
+std::string options_text(const std::vector<SetOption> &options,
+                         const std::string &body) {
+  const std::pair<CURLoption, const char *> names[] = {
+      {CURLOPT_HTTPHEADER, "HTTPHEADER"},
+      {CURLOPT_ERRORBUFFER, "ERRORBUFFER"},
+      {CURLOPT_URL, "URL"},
+      {CURLOPT_HEADER, "HEADER"},
+      {CURLOPT_FOLLOWLOCATION, "FOLLOWLOCATION"},
+      {CURLOPT_WRITEFUNCTION, "WRITEFUNCTION"},
+      {CURLOPT_WRITEDATA, "WRITEDATA"},
+      {CURLOPT_HEADERFUNCTION, "HEADERFUNCTION"},
+      {CURLOPT_HEADERDATA, "HEADERDATA"},
+      {CURLOPT_POST, "POST"},
+      {CURLOPT_POSTFIELDS, "POSTFIELDS"},
+      {CURLOPT_POSTFIELDSIZE, "POSTFIELDSIZE"},
+      {CURLOPT_VERBOSE, "VERBOSE"}};
+  std::vector<const void *> seen;
+  std::string text;
+  for (const SetOption &set : options) {
+    std::string name = "option" + std::to_string(set.option);
+    for (const auto &[option, known] : names)
+      if (option == set.option)
+        name = known;
+    text.append(" ").append(name).append("=");
+    if (set.option < CURLOPTTYPE_OBJECTPOINT) {
+      text.append(std::to_string(set.number));
+    } else if (!set.text.empty() || set.pointer == body.data()) {
+      text.append(set.pointer == body.data() ? "body" : set.text);
+    } else {
+      auto at = std::find(seen.begin(), seen.end(), set.pointer);
+      if (at == seen.end())
+        at = seen.insert(at, set.pointer);
+      text.append("p" + std::to_string(at - seen.begin()));
+    }
+  }
+  return text;
+}
+
+/* Exactly the fixed option table, in its order: the header list, the
+ * error buffer, the URL, no headers in the body, redirections followed, one
+ * write function that appends to a string for two distinct sinks, a POST of
+ * the caller's own body bytes, verbose last and only when asked; with
+ * either signing scheme and without a user. */
+TEST(SendRequest, HandsLibcurlTheOptionTable) {
+  const struct {
+    const char *user, *token;
+    int verbose;
+    const char *lines;
+  } calls[] = {{"u", nullptr, 0, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"},
+               {"u", "tok", 0, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"},
+               {nullptr, "tok", 0, "LOCAL_AUTH_KEY|Expect|"},
+               {"u", nullptr, 1, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"}};
+  const std::string body("{\0}", 3);
+  for (const auto &c : calls) {
+    LoopbackServer server({ok});
+    Context context(client_context_new(), client_context_free);
+    client_context_set_port(context.get(), server.port());
+    client_context_set_user(context.get(), c.user);
+    client_context_set_token(context.get(), c.token);
+    context->verbose = c.verbose;
+    std::string out;
+    options_set.clear();
+    listening = true;
+    capture_output(STDERR_FILENO,
+                   [&] { send_request(context.get(), "/p", body, &out); });
+    listening = false;
+    const std::string url =
+        "http://127.0.0.1:" + std::to_string(server.port()) + "/p";
+    EXPECT_EQ(options_text(options_set, body),
+              std::string(" HTTPHEADER=") + c.lines + " ERRORBUFFER=p0 URL=" +
+                  url + " HEADER=0 FOLLOWLOCATION=1 WRITEFUNCTION=p1" +
+                  " WRITEDATA=p2 HEADERFUNCTION=p1 HEADERDATA=p3 POST=1" +
+                  " POSTFIELDS=body POSTFIELDSIZE=3" +
+                  (c.verbose ? " VERBOSE=1" : ""));
+    ASSERT_EQ(options_set.size(), 12u + c.verbose);
+    /* The one write function appends to the string it is given. */
+    const auto append =
+        reinterpret_cast<curl_write_callback>(options_set[7].pointer);
+    std::string sink = "a";
+    char piece[] = "bcd";
+    EXPECT_EQ(append(piece, 1, 3, &sink) + append(piece, 1, 3, nullptr), 3u);
+    EXPECT_EQ(sink, "abcd");
+  }
 }
 
 /* A record made by init has the defaults, whatever its storage held. Each
