@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "values_internal.h"
+#include "velmora/detail/numbers.h"
 #include "velmora/values.h"
 
 void *Double_new(void) {
@@ -18,8 +19,8 @@ Json::Value *Double_serialize(void *value, Json::Value &out) {
 
 void *Double_deserialize(const Json::Value &in) {
   std::string storage;
-  Double cell = {strtod(
-      velmora::member_text(velmora::envelope_value(in), storage), nullptr)};
+  Double cell = {velmora::detail::double_text(
+      velmora::member_text(velmora::envelope_value(in), storage))};
   return velmora::cell_dup(&cell, sizeof cell);
 }
 

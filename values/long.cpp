@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "values_internal.h"
+#include "velmora/detail/numbers.h"
 #include "velmora/values.h"
 
 void *Long_new() {
@@ -27,8 +28,8 @@ Json::Value *Long_serialize(void *value, Json::Value &out) {
 
 void *Long_deserialize(const Json::Value &in) {
   std::string storage;
-  Long cell = {strtoll(
-      velmora::member_text(velmora::envelope_value(in), storage), nullptr, 10)};
+  Long cell = {velmora::detail::long_text(
+      velmora::member_text(velmora::envelope_value(in), storage))};
   return velmora::cell_dup(&cell, sizeof cell);
 }
 

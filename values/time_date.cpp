@@ -5,23 +5,12 @@
 #include <cstdlib>
 
 #include "values_internal.h"
+#include "velmora/detail/numbers.h"
 #include "velmora/values.h"
 
 static_assert(sizeof(Time) == sizeof(Date), "Time and Date share code");
 
 namespace {
-
-/* Truncates toward zero. Outside the 64-bit range the conversion would be
- * undefined, so it saturates instead, and NaN has no integer: it reads 0. */
-int64_t count_from_real(double real) {
-  if (std::isnan(real))
-    return 0;
-  if (real >= 9223372036854775808.0)
-    return INT64_MAX;
-  if (real <= -9223372036854775808.0)
-    return INT64_MIN;
-  return static_cast<int64_t>(real);
-}
 
 Json::Value *count_serialize(const char *type, void *value, Json::Value &out) {
   if (value == nullptr)
@@ -32,7 +21,8 @@ Json::Value *count_serialize(const char *type, void *value, Json::Value &out) {
 }
 
 void *count_deserialize(const Json::Value &in) {
-  Time cell = {count_from_real(velmora::envelope_value(in).asDouble())};
+  Time cell = {
+      velmora::detail::truncated(velmora::envelope_value(in).asDouble())};
   return velmora::cell_dup(&cell, sizeof cell);
 }
 

@@ -2,6 +2,7 @@
 #include <cstdlib>
 
 #include "values_internal.h"
+#include "velmora/detail/numbers.h"
 #include "velmora/values.h"
 
 Json::Value *ULong_serialize(void *value, Json::Value &out) {
@@ -14,8 +15,8 @@ Json::Value *ULong_serialize(void *value, Json::Value &out) {
 void *ULong_deserialize(const Json::Value &in) {
   std::string storage;
   /* Base 0: "0x" hexadecimal and leading-0 octal are read as such. */
-  ULong cell = {strtoull(
-      velmora::member_text(velmora::envelope_value(in), storage), nullptr, 0)};
+  ULong cell = {velmora::detail::ulong_text(
+      velmora::member_text(velmora::envelope_value(in), storage))};
   return velmora::cell_dup(&cell, sizeof cell);
 }
 

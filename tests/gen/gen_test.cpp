@@ -201,26 +201,4 @@ TEST(Generated, EveryAllocationFailingInTurnGivesNullOrNoChange) {
                {"null", json});
 }
 
-TEST(Generated, MembersOfTheWrongKindAreSurvived) {
-  const char *const members[] = {
-      R"("id": [1])",
-      R"("code": [])",
-      R"("weight": true)",
-      R"("when": "x")",
-      R"("count": "x")",
-      R"("ok": [])",
-      R"("name": {})",
-      R"("address": [])",
-      R"("blob": 5)",
-      R"("child": "x")",
-      R"("tags": {"__sub_type__": "Unicode", "__elements__": [{}]})",
-      R"("leaf": {"__properties__": {"node": 3}})"};
-  for (const char *member : members) {
-    std::string json = std::string(R"({"__properties__": {)") + member + "}}";
-    EXPECT_EQ(Node_deserialize(parse(json)), nullptr) << json;
-  }
-  EXPECT_EQ(Node_deserialize(parse(R"({"__properties__": 3})")), nullptr);
-  EXPECT_EQ(Node_deserialize(parse("[1]")), nullptr);
-}
-
 } // namespace

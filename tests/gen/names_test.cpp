@@ -124,6 +124,7 @@ TEST(GeneratedNames, MembersOfEveryWrongKindGiveNull) {
         read(parse(std::string(R"({"__properties__": )") + properties + "}")),
         nullptr)
         << properties;
+  EXPECT_EQ(read(parse("[1]")), nullptr);
 }
 
 using Echo = int (*)(client_context_s *, const char *, const char *,

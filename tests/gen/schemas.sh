@@ -42,7 +42,7 @@ done <<'TABLE'
 {"operations": {"get": {"result": "Long"}}}|operation get, field path: a path (printable text without quotes) is needed
 {"operations": {"get-x": {"path": "/x"}}}|operation get-x: "get-x" is not a C identifier
 {"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library
-{"operations": {"Owned": {"path": "/x"}}}|operation Owned: "Owned" is a name of the generated code
+{"operations": {"velmora": {"path": "/x"}}}|operation velmora: "velmora" is a name of the generated code
 {"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is a record's name
 {"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include <velmora/text_reader.h>
+#include <velmora/detail/walk.h>
 
 #include "devserver.h"
 
@@ -25,18 +25,19 @@ bool read_file(const std::string &name, std::string *text, Json::Value *value) {
 /* The text of the recording's member `name` as the file holds it, so that
  * a reply is replayed byte for byte; empty when it is not there. */
 std::string recorded_text(const std::string &file, std::string_view name) {
-  using velmora_text::Read;
-  velmora_text::Cursor c{file.data(), file.data() + file.size(), 0};
+  using velmora::detail::Read;
+  velmora::detail::Cursor c{file.data(), file.data() + file.size(), 0};
   std::string text;
-  velmora_text::members(c, [&](velmora_text::Cursor &c, std::string_view key) {
-    velmora_text::skip_space(c);
-    const char *begin = c.at;
-    if (!velmora_text::skip_value(c))
-      return Read::broken;
-    if (key == name)
-      text.assign(begin, c.at);
-    return Read::done;
-  });
+  velmora::detail::members(
+      c, [&](velmora::detail::Cursor &c, std::string_view key) {
+        velmora::detail::skip_space(c);
+        const char *begin = c.at;
+        if (!velmora::detail::skip_value(c))
+          return Read::broken;
+        if (key == name)
+          text.assign(begin, c.at);
+        return Read::done;
+      });
   return text;
 }
 

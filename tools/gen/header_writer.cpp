@@ -184,8 +184,8 @@ std::string unknown_declaration(const Record &record, const std::string &tail) {
 
 std::string fast_declaration(const std::string &record,
                              const std::string &tail) {
-  return declaration("velmora_text::Read", record + "_fast(",
-                     {"velmora_text::Cursor &c", "void **out"}, ")" + tail);
+  return declaration("velmora::detail::Read", record + "_fast(",
+                     {"velmora::detail::Cursor &c", "void **out"}, ")" + tail);
 }
 
 std::string text_reader_declaration(const std::string &c_type,

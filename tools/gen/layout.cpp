@@ -72,7 +72,9 @@ std::string call(const std::string &indent, const std::string &head,
   std::string text = one_line(indent + head, arguments, tail);
   if (text.size() <= columns || arguments.empty())
     return text + "\n";
-  std::string wrapped = broken(indent, indent + head, arguments, tail);
+  /* Within an if's parenthesis, wrapped arguments go four columns deeper. */
+  std::string pad = indent + (head.compare(0, 4, "if (") == 0 ? "    " : "");
+  std::string wrapped = broken(pad, indent + head, arguments, tail);
   // clang-format takes the layout of fewer lines, the aligned one on a tie.
   if (aligned(&text, indent + head, arguments, tail) &&
       lines(text) <= lines(wrapped))

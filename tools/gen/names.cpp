@@ -1,14 +1,13 @@
 /* Wire name -> C name: the one rule, and the escapes that put any wire
  * name into generated code as it stands. */
 #include "names.h"
+#include "types.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <map>
 #include <set>
-
-#include "source_helpers.h"
 
 namespace velmora_gen {
 

@@ -1,8 +1,8 @@
 #include <algorithm>
 
+#include "container_writer.h"
 #include "layout.h"
 #include "names.h"
-#include "source_helpers.h"
 #include "writers.h"
 
 namespace velmora_gen {
@@ -32,21 +32,21 @@ std::string reader_text(const Record &record, const Catalog &catalog) {
   std::string text =
       declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
                   ") {") +
-      call("  ", "Owned<" + r + "> record(", {r + "_new()", r + "_deleter"},
-           ");") +
+      call("  ", "velmora::detail::Owned<" + r + "> record(",
+           {r + "_new()", r + "_deleter"}, ");") +
       "  try {\n    if (record == nullptr || !in.isObject())\n"
       "      return nullptr;\n"
       "    const Json::Value &properties = in[\"__properties__\"];\n";
   std::vector<std::string> keep{"properties", "&record->unknown_members"};
   for (const Field &field : record.fields) {
-    text += call("    ", "if (!read_field(",
+    text += call("    ", "if (!velmora::detail::read_field(",
                  {"properties", wire(field.name),
                   catalog.info(field.type).reader, "&record->" + field.c_name},
                  "))") +
             "      return nullptr;\n";
     keep.push_back(wire(field.name));
   }
-  return text + call("    ", "keep_unknown(", keep, ");") +
+  return text + call("    ", "velmora::detail::keep_unknown(", keep, ");") +
          "  } catch (const std::exception &) {\n    return nullptr;\n"
          "  }\n  return record.release();\n}\n";
 }
@@ -64,11 +64,13 @@ std::string writer_text(const Record &record, const Catalog &catalog) {
       "  properties = Json::Value(Json::objectValue);\n";
   for (const Field &field : record.fields)
     text +=
-        call("  ", "write_field(",
+        call("  ", "velmora::detail::write_field(",
              {"properties", wire(field.name),
               catalog.info(field.type).serializer, "record->" + field.c_name},
              ");");
-  return text + "  write_unknown(properties, record->unknown_members);\n" +
+  return text +
+         "  velmora::detail::write_unknown(properties, "
+         "record->unknown_members);\n" +
          "  return &out;\n}\n";
 }
 
@@ -80,24 +82,25 @@ std::string copier_text(const Record &record, const Catalog &catalog) {
       assignment("  ", "const auto *record",
                  "static_cast<const " + r + " *>(value);") +
       "  *slot = nullptr;\n  if (record == nullptr)\n    return;\n" +
-      call("  ", "Owned<" + r + "> copy(", {r + "_new()", r + "_deleter"},
-           ");") +
+      call("  ", "velmora::detail::Owned<" + r + "> copy(",
+           {r + "_new()", r + "_deleter"}, ");") +
       "  if (copy == nullptr)\n    return;\n";
   for (const Field &field : record.fields)
-    text += call("  ", "if (!copy_field(",
+    text += call("  ", "if (!velmora::detail::copy_field(",
                  {catalog.info(field.type).copier, "record->" + field.c_name,
                   "&copy->" + field.c_name},
                  "))") +
             "    return;\n";
-  return text + "  if (!copy_unknown(record->unknown_members, "
-                "&copy->unknown_members))\n    return;\n"
-                "  *slot = copy.release();\n}\n";
+  return text +
+         call("  ", "if (!velmora::detail::copy_unknown(",
+              {"record->unknown_members", "&copy->unknown_members"}, "))") +
+         "    return;\n  *slot = copy.release();\n}\n";
 }
 
 std::string operations_text(const Record &record, const Catalog &catalog) {
   const std::string &r = record.c_name;
   return declaration(r + " *", r + "_new(", {"void"}, ") {") +
-         "  return new_record<" + r + ">();\n}\n\n" +
+         "  return velmora::detail::new_record<" + r + ">();\n}\n\n" +
          deleter_text(record, catalog) + "\n" + reader_text(record, catalog) +
          "\n" + writer_text(record, catalog) + "\n" +
          copier_text(record, catalog);
@@ -107,19 +110,21 @@ std::string getter_body(const Field &field, const TypeInfo &info) {
   const std::string member = "self->" + field.c_name;
   if (info.access == Access::scalar)
     return "  if (self == nullptr)\n    return 0;\n" +
-           call("  ", "return get_number(", {member, "value"}, ");");
+           call("  ", "return velmora::detail::get_number(", {member, "value"},
+                ");");
   std::string text = "  if (self == nullptr)\n    return nullptr;\n";
   if (info.access == Access::cell_text)
-    return text + call("  ", "return cell_text(", {member}, ");");
+    return text +
+           call("  ", "return velmora::detail::cell_text(", {member}, ");");
   return text + "  return " + member + ";\n";
 }
 
 std::string setter_body(const Field &field, const TypeInfo &info) {
-  std::string set = "set_field(";
+  std::string set = "velmora::detail::set_field(";
   if (info.access == Access::scalar)
-    set = "set_number(";
+    set = "velmora::detail::set_number(";
   else if (info.access == Access::cell_text)
-    set = "set_in_cell(";
+    set = "velmora::detail::set_in_cell(";
   return "  if (self != nullptr)\n" +
          call("    ", set,
               {"&self->" + field.c_name, "value", info.copier, info.deleter},
@@ -145,11 +150,11 @@ std::string accessors_text(const Record &record, const Catalog &catalog) {
 }
 
 std::string argument_text(const Field &argument, const TypeInfo &info) {
-  std::string write = "write_field(";
+  std::string write = "velmora::detail::write_field(";
   if (info.access == Access::scalar)
-    write = "write_number<" + info.c_type + ">(";
+    write = "velmora::detail::write_number<" + info.c_type + ">(";
   else if (info.access == Access::cell_text)
-    write = "write_in_cell<" + info.c_type + ">(";
+    write = "velmora::detail::write_in_cell<" + info.c_type + ">(";
   return call(
       "    ", write,
       {"request", wire(argument.name), info.serializer, argument.c_name}, ");");
@@ -163,7 +168,7 @@ std::string operation_text(const Operation &op, const Catalog &catalog) {
           "    Json::Value request(Json::objectValue);\n";
   for (const Field &argument : op.arguments)
     text += argument_text(argument, catalog.info(argument.type));
-  text += "    body = compact(request);\n"
+  text += "    body = velmora::detail::request_text(request);\n"
           "  } catch (const std::exception &) {\n    return -1;\n  }\n" +
           call("  ", "int code = send_request(",
                {"context", c_literal(op.path), "body", "&reply"}, ");");
@@ -171,7 +176,7 @@ std::string operation_text(const Operation &op, const Catalog &catalog) {
     return text + "  return code;\n}\n";
   TypeInfo info = catalog.info(op.result[0]);
   return text + "  if (code != 0)\n    return code;\n" +
-         call("  ", "return read_reply(",
+         call("  ", "return velmora::detail::read_reply(",
               {"reply", wire(op.result_member), info.fast, info.reader,
                info.deleter, "result"},
               ");") +
@@ -201,7 +206,7 @@ bool compact_field(const Field &field, std::string *before,
     std::string written = type == "ULong" ? "Long" : type;
     *before += "{\"__type__\":\"" + written + "\",\"__value__\":";
   }
-  *reader = "velmora_text::compact_" + *reader;
+  *reader = "velmora::detail::compact_" + *reader;
   return true;
 }
 
@@ -225,7 +230,7 @@ std::string compact_table(const Record &record) {
   }
   if (rows.empty())
     return "";
-  return "const velmora_text::CompactField " + record.c_name +
+  return "const velmora::detail::CompactField " + record.c_name +
          "_compact[] = {\n" + rows + "};\n\n";
 }
 
@@ -239,21 +244,21 @@ std::string fast_text(const Record &record, const Catalog &catalog) {
   if (!compact.empty())
     arguments.insert(arguments.end() - 2, r + "_compact");
   std::string text = declaration(
-      "velmora_text::Read", r + "_fields(",
-      {"velmora_text::Cursor &c", "std::string_view name", r + " *record"},
+      "velmora::detail::Read", r + "_fields(",
+      {"velmora::detail::Cursor &c", "std::string_view name", r + " *record"},
       ") {");
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
     text +=
         "  if (name == " + wire(field.name) + ")\n" +
-        call("    ", "return velmora_text::field(",
+        call("    ", "return velmora::detail::field(",
              {"c", info.fast, info.reader, "&record->" + field.c_name}, ");");
   }
   return text +
-         call("  ", "return velmora_text::unknown(",
+         call("  ", "return velmora::detail::unknown(",
               {"c", "name", "&record->unknown_members"}, ");") +
          "}\n\n" + compact + fast_declaration(r, " {") +
-         call("  ", "return velmora_text::read_record(", arguments, ");") +
+         call("  ", "return velmora::detail::read_record(", arguments, ");") +
          "}\n";
 }
 
@@ -261,7 +266,7 @@ std::string fast_text(const Record &record, const Catalog &catalog) {
 std::string text_reader(const std::string &c_type, const std::string &name,
                         const TypeInfo &info) {
   return text_reader_declaration(c_type, name, " {") +
-         call("  ", "return velmora_text::read_text<" + c_type + ">(",
+         call("  ", "return velmora::detail::read_text<" + c_type + ">(",
               {"json", "length", info.fast, info.reader, info.deleter}, ");") +
          "}\n";
 }
@@ -299,12 +304,11 @@ std::string source_text(const Schema &schema, const Catalog &catalog,
                          ".json: edit the schema, not this file.") +
          "#include \"" + base +
          ".h\"\n\n#include <cstddef>\n#include <cstdlib>\n"
-         "#include <memory>\n#include <string>\n"
-         "#include <string_view>\n\n#include <json/json.h>\n"
-         "#include <velmora/text_reader.h>\n\n"
+         "#include <string>\n#include <string_view>\n\n"
+         "#include <json/json.h>\n#include <velmora/generated.h>\n\n"
          "using namespace std::string_view_literals;\n\nnamespace {\n\n" +
-         declarations + used_helpers(helper_chunks(catalog), body + fast) +
-         fast + "\n} // namespace\n" + body;
+         declarations + containers_text(schema, catalog) + fast +
+         "\n} // namespace\n" + body;
 }
 
 } // namespace velmora_gen

@@ -18,7 +18,7 @@ probe='#include <cerrno>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <velmora/text_reader.h>
+#include <velmora/generated.h>
 #include <velmora/velmora.h>'
 names() { grep -E '^[A-Za-z][A-Za-z0-9_]*$' | LC_ALL=C sort -u | sed 's/.*/    "&",/'; }
 {

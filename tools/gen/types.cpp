@@ -24,11 +24,11 @@ std::string fast_reader(const std::string &name) {
   for (const char *scalar : {"Long", "ULong", "Double", "Time", "Date", "IP",
                              "Ciphered", "Integer", "Boolean"})
     if (name == scalar)
-      return "velmora_text::fast_" + lower(name);
+      return "velmora::detail::fast_" + lower(name);
   if (name == "Unicode")
-    return "velmora_text::fast_text";
+    return "velmora::detail::fast_text";
   if (name == "Blob" || name == "Ordering" || name == "ListInfo")
-    return "velmora_text::fast_none";
+    return "velmora::detail::fast_none";
   return name + "_fast";
 }
 
@@ -49,13 +49,13 @@ TypeInfo base_info(const std::string &name) {
     }
   if (name == "Integer" || name == "Boolean") {
     std::string lower = name == "Integer" ? "integer" : "boolean";
-    info.serializer = "write_" + lower;
-    info.reader = "read_" + lower;
+    info.serializer = "velmora::detail::write_" + lower;
+    info.reader = "velmora::detail::read_" + lower;
   } else if (name == "Unicode") {
     info = {"char",
             "string_deleter",
-            "copy_text",
-            "write_text",
+            "velmora::detail::copy_text",
+            "velmora::detail::write_text",
             "string_deserialize",
             "",
             fast_reader(name),
@@ -112,6 +112,16 @@ void Catalog::add(const Type &type) {
   add(type.element[0]);
   ids_[type_text(type)] = containers_.size() + 1;
   containers_.push_back(type);
+}
+
+bool helper_name(const std::string &name) {
+  if (name == "velmora")
+    return true;
+  for (const char *prefix : {"make_c", "read_c", "copy_c", "fast_c"})
+    if (name.compare(0, 6, prefix) == 0 && name.size() > 6 &&
+        name.find_first_not_of("0123456789", 6) == std::string::npos)
+      return true;
+  return false;
 }
 
 std::string container_function(const Type &type, const char *verb) {

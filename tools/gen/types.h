@@ -19,7 +19,7 @@ struct TypeInfo {
   std::string c_type; /* the member is a `c_type *` */
   std::string deleter, copier, serializer, reader;
   std::string scalar; /* the scalar's C type, for Access::scalar */
-  std::string fast;   /* its reader of JSON text (velmora_text::FastRead) */
+  std::string fast;   /* its reader of JSON text (velmora::detail::FastRead) */
   std::string wire;   /* the name written as "__sub_type__", as it stands */
   Access access;
 };
@@ -44,6 +44,11 @@ private:
   std::map<std::string, size_t> ids_;
   std::map<std::string, std::string> records_; /* wire name -> C name */
 };
+
+/* True for the names a generated source takes for itself, which a record
+ * or a call must not take: its container functions (make_cN, read_cN,
+ * copy_cN, fast_cN) and the runtime's namespace. */
+bool helper_name(const std::string &name);
 
 /* The library's function `verb` of a container type: "list_new". */
 std::string container_function(const Type &type, const char *verb);

@@ -1,6 +1,8 @@
-/* The readers of JSON text velmora-gen writes against the jsoncpp road:
- * every shape, the library's own and those that must take the fallback,
- * gives the same record, to the byte of its written form. */
+/* The readers of JSON text against the jsoncpp road: every shape, the
+ * library's own and those that must take the fallback, gives the same
+ * record, to the byte of its written form; which shapes each fast reader
+ * takes; a reply's member read only from strict JSON. Records come from
+ * velmora-gen's code for tests/gen/everything.json. */
 #include <cctype>
 #include <cstddef>
 #include <cstring>
@@ -11,11 +13,13 @@
 
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <velmora/text_reader.h>
+#include <velmora/generated.h>
 
 #include "everything.h"
 
 namespace {
+
+using namespace velmora::detail;
 
 using NodeHandle = std::unique_ptr<Node, void (*)(void *)>;
 
@@ -133,37 +137,10 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
       node(R"("id": {"__type__": "Long", "__value__": "5", "x": 1})"),
       node(R"("id": {"__type__": 3, "__value__": "5"})"),
       node(R"("id": {"__type__": "Long", "__value__": "5", "__value__": "6"})"),
-      node(R"("id": {"__type__": "Long", "__value__": " 12abc"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "+5"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "-"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "12a"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "-123456789012345678"})"),
-      node(
-          R"("id": {"__type__": "Long", "__value__": "-9223372036854775809"})"),
-      node(
-          R"("id": {"__type__": "Long", "__value__": "0000000000000000000042"})"),
-      node(
-          R"("id": {"__type__": "Long", "__value__": "99999999999999999999"})"),
-      node(R"("code": {"__type__": "ULong", "__value__": "-1"})"),
-      node(R"j("weight": {"__type__": "Double", "__value__": "nan(1)"})j"),
       node(R"("when": {"__type__": "Time", "__value__": "5"})"),
       node(R"("when": {"__type__": "Time", "__value__": 1.5e2})"),
-      node(R"("when": {"__type__": "Time", "__value__": -0})"),
       node(
           R"("when": {"__type__": "Time", "__value__": 123456789012345678901234})"),
-      node(R"("when": {"__type__": "Time", "__value__": 1e400})"),
-      node(R"("day": {"__type__": "Date", "__value__": 9.3e18})"),
-      // Whole numbers summed eight digits at a time, up to the exact limit.
-      node(R"("when": {"__type__": "Time", "__value__": 12345678})"),
-      node(R"("when": {"__type__": "Time", "__value__": -987654321.000})"),
-      node(R"("when": {"__type__": "Time", "__value__": 123456789012345.0})"),
-      node(R"("when": {"__type__": "Time", "__value__": 9007199254740993.0})"),
-      node(R"("when": {"__type__": "Time", "__value__": 12345678.00000001})"),
-      node(R"("when": {"__type__": "Time", "__value__": 1234567.5})"),
-      node(R"("when": {"__type__": "Time", "__value__": 00000000.0})"),
-      node(R"("when": {"__type__": "Time", "__value__": 7777777?})"),
-      node(R"("id": {"__type__": "Long", "__value__": "123456789012345678"})"),
-      node(R"("id": {"__type__": "Long", "__value__": "12345678901234567:"})"),
       node(R"("count": 2147483648)"), node(R"("count": 3.7)"),
       node(R"("count": "3")"), node(R"("count": 01)"), node(R"("ok": 1)"),
       node(R"("ok": "true")"), node(R"("name": "a\nb\"\\\/\u00e9")"),
@@ -257,50 +234,43 @@ TEST(TextRead, EveryShapeReadsAsTheTreeDoes) {
 }
 
 /* Three of a Flat's fields, as a one-pass table lists them. */
-const velmora_text::CompactField three[] = {
-    {R"("address":{"__type__":"IP","__value__":)", velmora_text::compact_ip,
+const CompactField three[] = {
+    {R"("address":{"__type__":"IP","__value__":)", compact_ip,
      offsetof(Flat, address)},
-    {R"(,"count":)", velmora_text::compact_integer, offsetof(Flat, count)},
-    {R"(,"id":{"__type__":"Long","__value__":)", velmora_text::compact_long,
+    {R"(,"count":)", compact_integer, offsetof(Flat, count)},
+    {R"(,"id":{"__type__":"Long","__value__":)", compact_long,
      offsetof(Flat, id)}};
 
 TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
-  using velmora_text::Read;
   struct Road {
-    velmora_text::FastRead read;
+    FastRead read;
     value_deleter release;
   };
-  const Road long_{velmora_text::fast_long, Long_deleter},
-      date{velmora_text::fast_date, Date_deleter},
-      ip{velmora_text::fast_ip, IP_deleter},
-      text{velmora_text::fast_text, string_deleter},
-      integer{velmora_text::fast_integer, Integer_deleter},
-      boolean{velmora_text::fast_boolean, Boolean_deleter},
-      none{velmora_text::fast_none, free},
-      flags{[](velmora_text::Cursor &c, void **out) {
+  const Road long_{fast_long, Long_deleter}, date{fast_date, Date_deleter},
+      ip{fast_ip, IP_deleter}, text{fast_text, string_deleter},
+      integer{fast_integer, Integer_deleter},
+      boolean{fast_boolean, Boolean_deleter}, none{fast_none, free},
+      flags{[](Cursor &c, void **out) {
               dict_s *(*make)() = [] {
                 return dict_new("Boolean", Boolean_deleter, nullptr, nullptr,
                                 Boolean_copier);
               };
-              return velmora_text::container(c, "Boolean",
-                                             velmora_text::fast_boolean, make,
-                                             dict_deleter, out);
+              return container(c, "Boolean", fast_boolean, make, dict_deleter,
+                               out);
             },
             dict_deleter},
-      one_pass{[](velmora_text::Cursor &c, void **out) {
-                 return velmora_text::compact_record(c, Flat_new, Flat_deleter,
-                                                     three, out)
+      one_pass{[](Cursor &c, void **out) {
+                 return compact_record(c, Flat_new, Flat_deleter, three, out)
                             ? Read::done
                             : Read::other;
                },
                Flat_deleter},
-      texts{[](velmora_text::Cursor &c, void **out) {
+      texts{[](Cursor &c, void **out) {
               list_s *(*make)() = [] {
                 return list_new("Unicode", string_deleter, nullptr, nullptr,
                                 nullptr);
               };
-              return velmora_text::container(
-                  c, "Unicode", velmora_text::fast_text, make, list_del, out);
+              return container(c, "Unicode", fast_text, make, list_del, out);
             },
             list_del};
   const struct {
@@ -314,10 +284,10 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
        Read::done},
       {one_pass,
        R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
-       Read::done, velmora_text::max_depth - 3},
+       Read::done, max_depth - 3},
       {one_pass,
        R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"}},"__type__":"F"})",
-       Read::other, velmora_text::max_depth - 2},
+       Read::other, max_depth - 2},
       {one_pass,
        R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1},"__type__":"F"})",
        Read::other},
@@ -406,8 +376,7 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
        Read::other}};
   for (const auto &c : cases) {
     std::string json = c.json;
-    velmora_text::Cursor cursor{json.data(), json.data() + json.size(),
-                                c.depth};
+    Cursor cursor{json.data(), json.data() + json.size(), c.depth};
     void *value = nullptr;
     EXPECT_EQ(c.road.read(cursor, &value), c.expected) << json;
     EXPECT_EQ(value != nullptr, c.expected == Read::done) << json;
@@ -415,33 +384,44 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
   }
 }
 
-TEST(TextRead, AReplyIsReadOnlyWhenAllOfItIsStrictJson) {
+/* The fast road takes a reply only when all of it is strict JSON; else
+ * jsoncpp's tree of the whole reply decides, and a reply without the
+ * member's value gives -4. */
+TEST(TextRead, AReplyIsReadFastOnlyWhenAllOfItIsStrictJson) {
   const struct {
-    const char *reply, *value; /* null: the fast road gives up */
+    const char *reply, *fast, *read; /* null: gives up, or -4 */
   } cases[] = {
-      {R"({"m": "v"})", "v"},
-      {R"( {"a": [1, {"b": null}], "m": "w", "z": 1.5} )", "w"},
-      {R"({"m": "v\n"})", "v\n"},
-      {R"({"m": "v", "m": "w"})", nullptr},
-      {R"({"m": null})", nullptr},
-      {R"({"a": 1})", nullptr},
-      {R"({"m": "v"} x)", nullptr},
-      {R"({"m": "v", "a": [1,]})", "v"}, /* jsoncpp takes the comma too */
-      {R"({"a": tru, "m": "v"})", nullptr},
-      {"{\"m\": \"v\" // c\n}", nullptr},
-      {R"(["m"])", nullptr},
-      {R"({"m\u0000": "v"})", nullptr}};
+      {R"({"m": "v"})", "v", "v"},
+      {R"( {"a": [1, {"b": null}], "m": "w", "z": 1.5} )", "w", "w"},
+      {R"({"m": "v\n"})", "v\n", "v\n"},
+      {R"({"m": "v", "m": "w"})", nullptr, "w"},
+      {R"({"m": null})", nullptr, nullptr},
+      {R"({"a": 1})", nullptr, nullptr},
+      {R"({"m": "v"} x)", nullptr, "v"},
+      {R"({"m": "v", "a": [1,]})", "v", "v"}, /* jsoncpp takes the comma */
+      {R"({"a": tru, "m": "v"})", nullptr, nullptr},
+      {"{\"m\": \"v\" // c\n}", nullptr, "v"},
+      {R"(["m"])", nullptr, nullptr},
+      {R"({"m": 5})", "5", "5"},
+      {R"({"m\u0000": "v"})", nullptr, nullptr}};
   for (const auto &c : cases) {
     void *value = nullptr;
-    std::string reply = c.reply;
-    velmora_text::Read read = velmora_text::read_member(
-        reply.data(), reply.size(), "m", velmora_text::fast_text,
-        string_deserialize, &value);
-    EXPECT_EQ(read == velmora_text::Read::done, c.value != nullptr) << c.reply;
-    if (read == velmora_text::Read::done && c.value != nullptr) {
-      EXPECT_STREQ(static_cast<char *>(value), c.value) << c.reply;
-    }
+    const std::string reply = c.reply;
+    const Read read = read_member(reply.data(), reply.size(), "m", fast_text,
+                                  string_deserialize, &value);
+    EXPECT_EQ(read == Read::done ? static_cast<char *>(value) : "(gave up)",
+              std::string(c.fast != nullptr ? c.fast : "(gave up)"))
+        << c.reply;
     string_deleter(value);
+    char *got = nullptr;
+    const int code = read_reply(reply, "m", fast_text, string_deserialize,
+                                string_deleter, &got);
+    EXPECT_EQ(code == 0 ? got : "-4", std::string(c.read ? c.read : "-4"))
+        << c.reply;
+    string_deleter(got);
+    EXPECT_EQ(read_reply<char>(reply, "m", fast_text, string_deserialize,
+                               string_deleter, nullptr),
+              code);
   }
 }
 
