@@ -1,9 +1,7 @@
-/* Wire name -> C name: the one rule, and the escapes that put any wire
- * name into generated code as it stands. */
+/* Wire name -> C name: the one rule. */
 #include "names.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <map>
 #include <set>
@@ -362,12 +360,6 @@ std::string Namer::free_operation_name(const std::string &base) {
   return op.name;
 }
 
-void append_escape(std::string *out, unsigned char c, const char *format) {
-  char text[8];
-  snprintf(text, sizeof text, format, c);
-  *out += text;
-}
-
 } // namespace
 
 bool keyword(const std::string &name) {
@@ -408,51 +400,6 @@ std::string operation_name(const std::string &path) {
                listed(std::begin(member_names), std::end(member_names), name) ||
                listed(std::begin(local_names), std::end(local_names), name);
   return taken ? name + "_" : name;
-}
-
-std::string c_literal(const std::string &text) {
-  std::string out = "\"";
-  for (char c : text) {
-    auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\')
-      out += std::string("\\") + c;
-    else if (byte >= ' ' && byte <= '~')
-      out += c;
-    else
-      append_escape(&out, byte, "\\%03o"); /* octal stops after 3 digits */
-  }
-  return out + "\"";
-}
-
-std::string comment_quoted(const std::string &text) {
-  std::string out = "\"";
-  for (size_t i = 0; i < text.size(); i++) {
-    auto byte = static_cast<unsigned char>(text[i]);
-    if (text[i] == '"' || text[i] == '\\')
-      out += std::string("\\") + text[i];
-    else if (byte < ' ' || byte == 0x7f)
-      append_escape(&out, byte, "\\u%04x");
-    else if (text[i] == '/' && i > 0 && text[i - 1] == '*')
-      out += "\\/";
-    else
-      out += text[i];
-  }
-  return out + "\"";
-}
-
-bool utf8(const std::string &text) {
-  for (size_t i = 0; i < text.size();) {
-    auto byte = static_cast<unsigned char>(text[i]);
-    size_t extra = byte < 0x80 ? 0 : byte >= 0xf0 ? 3 : byte >= 0xe0 ? 2 : 1;
-    if ((byte >= 0x80 && byte < 0xc2) || byte > 0xf4 ||
-        i + extra + 1 > text.size())
-      return false;
-    for (size_t k = 1; k <= extra; k++)
-      if ((static_cast<unsigned char>(text[i + k]) & 0xc0) != 0x80)
-        return false;
-    i += extra + 1;
-  }
-  return true;
 }
 
 } // namespace velmora_gen

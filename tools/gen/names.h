@@ -31,16 +31,6 @@ std::string numbered(const std::string &name, int n);
  * records and fields are always named). */
 void free_operation_names(Schema *schema);
 
-/* `text` as a C string literal: quotes, backslashes and every byte outside
- * printable ASCII escaped, so any wire name compiles as it stands. */
-std::string c_literal(const std::string &text);
-
-/* `text` quoted for a comment: JSON escapes, and no comment end. */
-std::string comment_quoted(const std::string &text);
-
-/* True when `text` has the byte structure of UTF-8. */
-bool utf8(const std::string &text);
-
 /* True for a C++ keyword. */
 bool keyword(const std::string &name);
 

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <set>
 
+#include "escapes.h"
 #include "json_order.h"
 #include "names.h"
 

@@ -2,8 +2,8 @@
 
 #include <cctype>
 
+#include "escapes.h"
 #include "layout.h"
-#include "names.h"
 
 namespace velmora_gen {
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "escapes.h"
 #include "layout.h"
 #include "names.h"
 #include "source_helpers.h"
