@@ -7,6 +7,7 @@
 #include "escapes.h"
 #include "json_order.h"
 #include "names.h"
+#include "types.h"
 
 namespace velmora_gen {
 
@@ -31,7 +32,7 @@ std::string shown(const std::string &name) {
 /* A record's type text would read as another type. */
 bool library_type(const std::string &name) {
   Type type;
-  return builtin_type(name) || name == "List" || name == "Dict" ||
+  return base_type(name) != nullptr || name == "List" || name == "Dict" ||
          name == "ResultSet" || !parse_type(name, &type) ||
          !type.element.empty();
 }
@@ -78,7 +79,7 @@ bool SchemaReader::wire_ok(const std::string &where, const std::string &name) {
 bool SchemaReader::known(const Type &type) const {
   if (!type.element.empty())
     return known(type.element[0]);
-  return builtin_type(type.name) || records_.count(type.name) != 0;
+  return base_type(type.name) != nullptr || records_.count(type.name) != 0;
 }
 
 bool SchemaReader::type_ok(const std::string &where, const Json::Value &text,

@@ -71,9 +71,6 @@ bool system_global(const std::string &name);
 /* `text` in lower case: the prefix of a record's accessors. */
 std::string lower(std::string text);
 
-/* The base types every schema may use. */
-bool builtin_type(const std::string &name);
-
 } // namespace velmora_gen
 
 #endif

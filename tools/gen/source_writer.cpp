@@ -187,22 +187,14 @@ bool compact_field(const Field &field, std::string *before,
   for (unsigned char byte : field.name)
     if (byte < 0x20 || byte > 0x7e || byte == '"' || byte == '\\')
       return false;
-  const std::string &type = field.type.name;
+  const BaseType *base = base_type(field.type.name);
+  if (base == nullptr || base->reader[0] == '\0')
+    return false;
   *before = "\"" + field.name + "\":";
-  if (type == "Unicode" || type == "Integer" || type == "Boolean") {
-    *reader = type == "Unicode" ? "text" : lower(type);
-  } else {
-    for (const char *scalar :
-         {"Long", "ULong", "Double", "Time", "Date", "IP", "Ciphered"})
-      if (type == scalar)
-        *reader = lower(type);
-    if (reader->empty())
-      return false;
-    /* The library writes a ULong as a "Long". */
-    std::string written = type == "ULong" ? "Long" : type;
-    *before += "{\"__type__\":\"" + written + "\",\"__value__\":";
-  }
-  *reader = "velmora_text::compact_" + *reader;
+  if (!base->native)
+    *before +=
+        "{\"__type__\":\"" + std::string(base->wire) + "\",\"__value__\":";
+  *reader = std::string("velmora_text::compact_") + base->reader;
   return true;
 }
 

@@ -15,6 +15,23 @@ namespace velmora_gen {
  * handle. */
 enum class Access { scalar, text, cell_text, handle };
 
+/* A type of the library, named in a schema as it stands ("Long"). */
+struct BaseType {
+  const char *name;
+  /* The name the library writes it under ("__type__", "__sub_type__"). */
+  const char *wire;
+  Access access;
+  const char *scalar; /* the value's C type, for Access::scalar */
+  /* Its readers of JSON text are velmora_text::fast_<reader> and
+   * compact_<reader>; "" where the fast road leaves it to its deserializer. */
+  const char *reader;
+  /* Written as JSON's own string, number or boolean, not in an envelope. */
+  bool native;
+};
+
+/* The library's base type `name`; null for any other name. */
+const BaseType *base_type(const std::string &name);
+
 struct TypeInfo {
   std::string c_type; /* the member is a `c_type *` */
   std::string deleter, copier, serializer, reader;
