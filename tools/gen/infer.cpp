@@ -143,11 +143,11 @@ Call &Inferrer::call_of(const std::string &path) {
   for (Call &call : calls_)
     if (call.path == path)
       return call;
-  std::string base = operation_name(path), name = base;
-  for (int n = 2; std::any_of(calls_.begin(), calls_.end(),
-                              [&](const Call &c) { return c.name == name; });
-       n++)
-    name = numbered(base, n);
+  std::string name =
+      first_free(operation_name(path), [&](const std::string &candidate) {
+        return std::any_of(calls_.begin(), calls_.end(),
+                           [&](const Call &c) { return c.name == candidate; });
+      });
   calls_.push_back({path, name, {}, "", ""});
   return calls_.back();
 }

@@ -114,6 +114,14 @@ std::string derived(const std::string &wire) {
   return name[0] >= '0' && name[0] <= '9' ? "n" + name : name;
 }
 
+/* `name` for n = 1, else name_N (nameN after a trailing "_"), so that a
+ * plain identifier stays one. */
+std::string numbered(const std::string &name, int n) {
+  if (n == 1)
+    return name;
+  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+}
+
 std::string capitalized(std::string text) {
   if (text[0] >= 'a' && text[0] <= 'z')
     text[0] = static_cast<char>(text[0] - 'a' + 'A');
@@ -209,10 +217,8 @@ bool Namer::name_record(Record *record, bool given) {
     std::string base = derived(record->name);
     if (reserved(Kind::record, base))
       base += "_type"; /* "_" would make "__" in its functions' names */
-    int n = 1;
-    while (!record_free(numbered(base, n)))
-      n++;
-    record->c_name = numbered(base, n);
+    record->c_name =
+        first_free(base, [&](const std::string &c) { return !record_free(c); });
   }
   records_.insert(record->c_name);
   c_names_[record->name] = record->c_name;
@@ -238,10 +244,8 @@ bool Namer::name_fields(Record *record) {
         std::string base = derived(field.name);
         if (reserved(Kind::field, base))
           base += '_';
-        int n = 1;
-        while (!field_free(prefix, numbered(base, n)))
-          n++;
-        field.c_name = numbered(base, n);
+        field.c_name = first_free(
+            base, [&](const std::string &c) { return !field_free(prefix, c); });
       }
       members_.insert(capitalized(field.c_name));
       for (const char *verb : {"_get", "_set", "_new"})
@@ -267,10 +271,8 @@ bool Namer::name_arguments(Operation *op) {
         std::string base = derived(argument.name);
         if (reserved(Kind::argument, base))
           base += '_';
-        int n = 1;
-        while (!free(numbered(base, n)))
-          n++;
-        argument.c_name = numbered(base, n);
+        argument.c_name =
+            first_free(base, [&](const std::string &c) { return !free(c); });
       }
       used.insert(argument.c_name);
     }
@@ -311,13 +313,12 @@ void Namer::name_readers(const Type &type, Schema *schema) {
   name_readers(type.element[0], schema);
   if (schema->container_readers.count(type_text(type)) != 0)
     return;
-  std::string base = c_text(type) + "_read";
-  int n = 1;
-  while (functions_.count(numbered(base, n)) != 0 ||
-         library_name(numbered(base, n)))
-    n++;
-  schema->container_readers[type_text(type)] = numbered(base, n);
-  functions_.insert(numbered(base, n));
+  std::string reader =
+      first_free(c_text(type) + "_read", [&](const std::string &name) {
+        return functions_.count(name) != 0 || library_name(name);
+      });
+  schema->container_readers[type_text(type)] = reader;
+  functions_.insert(reader);
 }
 
 bool Namer::name_all_but_operations(Schema *schema) {
@@ -353,11 +354,11 @@ bool Namer::run(Schema *schema) {
 }
 
 std::string Namer::free_operation_name(const std::string &base) {
-  Operation op;
-  op.name = base;
-  for (int n = 2; !check_operation(op); n++)
-    op.name = numbered(base, n);
-  return op.name;
+  return first_free(base, [&](const std::string &name) {
+    Operation op;
+    op.name = name;
+    return !check_operation(op);
+  });
 }
 
 } // namespace
@@ -375,14 +376,15 @@ bool plain_identifier(const std::string &name) {
   return std::all_of(name.begin(), name.end(), ascii_word);
 }
 
-bool assign_c_names(Schema *schema, std::string *error) {
-  return Namer(error).run(schema);
+std::string first_free(const std::string &base,
+                       const std::function<bool(const std::string &)> &taken) {
+  for (int n = 1;; n++)
+    if (!taken(numbered(base, n)))
+      return numbered(base, n);
 }
 
-std::string numbered(const std::string &name, int n) {
-  if (n == 1)
-    return name;
-  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+bool assign_c_names(Schema *schema, std::string *error) {
+  return Namer(error).run(schema);
 }
 
 void free_operation_names(Schema *schema) {

@@ -3,6 +3,7 @@
 #ifndef VELMORA_GEN_NAMES_H
 #define VELMORA_GEN_NAMES_H
 
+#include <functional>
 #include <string>
 
 #include "schema.h"
@@ -21,9 +22,11 @@ bool assign_c_names(Schema *schema, std::string *error);
  * to 3 of the rule ("/items/list" -> items_list). */
 std::string operation_name(const std::string &path);
 
-/* `name` for n = 1, else name_N (nameN after a trailing "_"), so that a
- * plain identifier stays one. */
-std::string numbered(const std::string &name, int n);
+/* The first of `base`, base_2, base_3, ... (base2, base3, ... after a
+ * trailing "_", so that a plain identifier stays one) that is not `taken`:
+ * how every name the generator picks gives way. */
+std::string first_free(const std::string &base,
+                       const std::function<bool(const std::string &)> &taken);
 
 /* Renames each operation whose name a record's functions, a container
  * reader or an earlier operation already take, to NAME_2, NAME_3, ...
