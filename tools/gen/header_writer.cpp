@@ -4,6 +4,7 @@
 
 #include "escapes.h"
 #include "layout.h"
+#include "names.h"
 
 namespace velmora_gen {
 

@@ -9,6 +9,7 @@
 
 #include "json_order.h"
 #include "names.h"
+#include "types.h"
 
 namespace velmora_gen {
 

@@ -1,9 +1,6 @@
-/* Names the library and the system headers already declare: generated
- * names must differ. */
-#include "schema.h"
+#include "library_names.h"
 
 #include <algorithm>
-#include <string>
 
 #include "types.h"
 

@@ -2,11 +2,14 @@
 #include "names.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
 #include <map>
 #include <set>
 
+#include "library_names.h"
 #include "source_helpers.h"
+#include "types.h"
 
 namespace velmora_gen {
 
@@ -374,6 +377,12 @@ bool plain_identifier(const std::string &name) {
       name.find("__") != std::string::npos || keyword(name))
     return false;
   return std::all_of(name.begin(), name.end(), ascii_word);
+}
+
+std::string lower(std::string text) {
+  for (char &c : text)
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return text;
 }
 
 std::string first_free(const std::string &base,

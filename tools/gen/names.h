@@ -34,6 +34,9 @@ std::string first_free(const std::string &base,
  * records and fields are always named). */
 void free_operation_names(Schema *schema);
 
+/* `text` in lower case: the prefix of a record's accessors. */
+std::string lower(std::string text);
+
 /* True for a C++ keyword. */
 bool keyword(const std::string &name);
 

@@ -1,7 +1,6 @@
 #include "schema.h"
 
 #include <algorithm>
-#include <cctype>
 #include <set>
 
 #include "escapes.h"
@@ -219,12 +218,6 @@ bool SchemaReader::read(const Json::Value &top, Schema *schema) {
 }
 
 } // namespace
-
-std::string lower(std::string text) {
-  for (char &c : text)
-    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-  return text;
-}
 
 bool read_schema(const std::string &file, Schema *schema, std::string *error) {
   Json::Value top;

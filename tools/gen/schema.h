@@ -51,26 +51,6 @@ struct Schema {
  * record or operation and the field. Members keep the order written. */
 bool read_schema(const std::string &file, Schema *schema, std::string *error);
 
-/* The text of `type` as a schema writes it: "List<Dict<Long>>". */
-std::string type_text(const Type &type);
-
-/* Parses a type text: "List<T>", "Dict<T>", "ResultSet<T>" or else a
- * name as it stands; false when it is not well formed. Names are not
- * checked here. */
-bool parse_type(const std::string &text, Type *type);
-
-/* True for the library's own type, function and structure names, which a
- * generated name must not take. */
-bool library_name(const std::string &name);
-/* True for a macro of the headers generated code includes. */
-bool system_macro(const std::string &name);
-/* True for a file-scope name of the C library (a function, type or
- * variable) those headers declare. */
-bool system_global(const std::string &name);
-
-/* `text` in lower case: the prefix of a record's accessors. */
-std::string lower(std::string text);
-
 } // namespace velmora_gen
 
 #endif

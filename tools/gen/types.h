@@ -62,6 +62,14 @@ private:
   std::map<std::string, std::string> records_; /* wire name -> C name */
 };
 
+/* The text of `type` as a schema writes it: "List<Dict<Long>>". */
+std::string type_text(const Type &type);
+
+/* Parses a type text: "List<T>", "Dict<T>", "ResultSet<T>" or else a
+ * name as it stands; false when it is not well formed. Names are not
+ * checked here. */
+bool parse_type(const std::string &text, Type *type);
+
 /* The library's function `verb` of a container type: "list_new". */
 std::string container_function(const Type &type, const char *verb);
 
