@@ -203,9 +203,9 @@ void Inferrer::free_names() {
       op.result.push_back(result);
     schema.operations.push_back(op);
   }
-  free_operation_names(&schema);
+  std::vector<std::string> names = free_operation_names(schema);
   for (size_t i = 0; i < calls_.size(); i++)
-    calls_[i].name = schema.operations[i].name;
+    calls_[i].name = names[i];
 }
 
 /* Any wire name as a JSON string, UTF-8 kept. */

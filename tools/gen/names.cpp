@@ -5,6 +5,7 @@
 #include <cctype>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "library_names.h"
@@ -131,38 +132,54 @@ std::string capitalized(std::string text) {
   return text;
 }
 
+/* Items whose schema gives their c_name first, so that the names derived
+ * from wire names keep clear of them. */
+template <typename Item, typename Name>
+bool given_first(const std::vector<Item> &items, Name name) {
+  for (int pass = 0; pass < 2; pass++)
+    for (const Item &item : items)
+      if (item.given_c_name.has_value() == (pass == 0) && !name(item))
+        return false;
+  return true;
+}
+
 class Namer {
 public:
-  explicit Namer(std::string *error) : error_(error) {}
-  bool run(Schema *schema);
-  bool name_all_but_operations(Schema *schema);
+  Namer(Names *names, std::string *error) : names_(names), error_(error) {}
+  bool run(const Schema &schema);
+  bool name_all_but_operations(const Schema &schema);
   /* A free operation name from `base` (a plain identifier): it, or
    * base_2, base_3, ...; each refusal on the way is left in the error. */
   std::string free_operation_name(const std::string &base);
 
 private:
   enum class Kind { record, field, argument };
+  using Free = std::function<bool(const std::string &)>;
   bool reserved(Kind kind, const std::string &name) const;
   std::vector<std::string> record_functions(const std::string &c) const;
   bool record_free(const std::string &c) const;
   bool field_free(const std::string &prefix, const std::string &c) const;
-  bool name_record(Record *record, bool given);
-  bool name_fields(Record *record);
-  bool name_arguments(Operation *op);
-  bool check_operation(const Operation &op);
+  bool choose(Kind kind, const std::string &where, const std::string &wire,
+              const std::optional<std::string> &given, const Free &free,
+              std::string *c);
+  bool name_record(const Record &record);
+  bool name_fields(const Record &record);
+  bool name_arguments(const Operation &op);
+  bool check_operation(const std::string &name);
   std::string c_text(const Type &type) const;
-  void name_readers(const Type &type, Schema *schema);
+  void name_readers(const Type &type);
+  void name_all_readers(const Schema &schema);
   bool refuse(const std::string &where, const std::string &what) {
     *error_ = where + ": " + what;
     return false;
   }
 
+  Names *names_;
   std::string *error_;
   std::set<std::string> records_;   /* C names */
   std::set<std::string> prefixes_;  /* lower-cased record C names */
   std::set<std::string> functions_; /* every global name given so far */
   std::set<std::string> members_;   /* capitalized, in the current scope */
-  std::map<std::string, std::string> c_names_; /* records': wire -> C */
 };
 
 bool Namer::reserved(Kind kind, const std::string &name) const {
@@ -211,93 +228,91 @@ bool Namer::field_free(const std::string &prefix, const std::string &c) const {
   return true;
 }
 
-bool Namer::name_record(Record *record, bool given) {
-  if (given) {
-    if (!plain_identifier(record->c_name) || !record_free(record->c_name))
-      return refuse("record " + record->name,
-                    "c_name \"" + record->c_name + "\" is not free");
-  } else {
-    std::string base = derived(record->name);
-    if (reserved(Kind::record, base))
-      base += "_type"; /* "_" would make "__" in its functions' names */
-    record->c_name =
-        first_free(base, [&](const std::string &c) { return !record_free(c); });
+/* The schema's own c_name, which must be free; else one derived from the
+ * wire name, marked when reserved and numbered until free. */
+bool Namer::choose(Kind kind, const std::string &where, const std::string &wire,
+                   const std::optional<std::string> &given, const Free &free,
+                   std::string *c) {
+  if (given.has_value()) {
+    if (!plain_identifier(*given) || !free(*given))
+      return refuse(where, "c_name \"" + *given + "\" is not free");
+    *c = *given;
+    return true;
   }
-  records_.insert(record->c_name);
-  c_names_[record->name] = record->c_name;
-  prefixes_.insert(lower(record->c_name));
-  for (const std::string &name : record_functions(record->c_name))
+  std::string base = derived(wire);
+  if (reserved(kind, base))
+    /* A record's "_" would make "__" in its functions' names. */
+    base += kind == Kind::record ? "_type" : "_";
+  *c = first_free(base, [&](const std::string &name) { return !free(name); });
+  return true;
+}
+
+bool Namer::name_record(const Record &record) {
+  std::string &c = names_->records[record.name].c_name;
+  if (!choose(
+          Kind::record, "record " + record.name, record.name,
+          record.given_c_name,
+          [&](const std::string &name) { return record_free(name); }, &c))
+    return false;
+  records_.insert(c);
+  prefixes_.insert(lower(c));
+  for (const std::string &name : record_functions(c))
     functions_.insert(name);
   return true;
 }
 
-bool Namer::name_fields(Record *record) {
-  const std::string prefix = lower(record->c_name);
+bool Namer::name_fields(const Record &record) {
+  RecordNames &named = names_->records[record.name];
+  const std::string prefix = lower(named.c_name);
   members_.clear();
-  for (int pass = 0; pass < 2; pass++)
-    for (Field &field : record->fields) {
-      bool given = field.given;
-      if (given != (pass == 0))
-        continue;
-      if (given && (!plain_identifier(field.c_name) ||
-                    !field_free(prefix, field.c_name)))
-        return refuse("record " + record->name + ", field " + field.name,
-                      "c_name \"" + field.c_name + "\" is not free");
-      if (!given) {
-        std::string base = derived(field.name);
-        if (reserved(Kind::field, base))
-          base += '_';
-        field.c_name = first_free(
-            base, [&](const std::string &c) { return !field_free(prefix, c); });
-      }
-      members_.insert(capitalized(field.c_name));
-      for (const char *verb : {"_get", "_set", "_new"})
-        functions_.insert(prefix + verb + capitalized(field.c_name));
-    }
-  return true;
+  return given_first(record.fields, [&](const Field &field) {
+    std::string &c = named.fields[field.name];
+    if (!choose(
+            Kind::field, "record " + record.name + ", field " + field.name,
+            field.name, field.given_c_name,
+            [&](const std::string &name) { return field_free(prefix, name); },
+            &c))
+      return false;
+    members_.insert(capitalized(c));
+    for (const char *verb : {"_get", "_set", "_new"})
+      functions_.insert(prefix + verb + capitalized(c));
+    return true;
+  });
 }
 
-bool Namer::name_arguments(Operation *op) {
+bool Namer::name_arguments(const Operation &op) {
+  std::map<std::string, std::string> &named = names_->arguments[op.name];
   std::set<std::string> used;
   auto free = [&](const std::string &c) {
     return !reserved(Kind::argument, c) && used.count(c) == 0;
   };
-  for (int pass = 0; pass < 2; pass++)
-    for (Field &argument : op->arguments) {
-      if (argument.given != (pass == 0))
-        continue;
-      if (argument.given &&
-          (!plain_identifier(argument.c_name) || !free(argument.c_name)))
-        return refuse("operation " + op->name + ", argument " + argument.name,
-                      "c_name \"" + argument.c_name + "\" is not free");
-      if (!argument.given) {
-        std::string base = derived(argument.name);
-        if (reserved(Kind::argument, base))
-          base += '_';
-        argument.c_name =
-            first_free(base, [&](const std::string &c) { return !free(c); });
-      }
-      used.insert(argument.c_name);
-    }
-  return true;
+  return given_first(op.arguments, [&](const Field &argument) {
+    std::string &c = named[argument.name];
+    if (!choose(Kind::argument,
+                "operation " + op.name + ", argument " + argument.name,
+                argument.name, argument.given_c_name, free, &c))
+      return false;
+    used.insert(c);
+    return true;
+  });
 }
 
-bool Namer::check_operation(const Operation &op) {
-  const std::string where = "operation " + op.name;
-  if (!plain_identifier(op.name))
-    return refuse(where, "\"" + op.name + "\" is not a C identifier");
-  if (library_name(op.name))
-    return refuse(where, "\"" + op.name + "\" is a name of the library");
-  if (system_macro(op.name) || system_global(op.name))
+bool Namer::check_operation(const std::string &name) {
+  const std::string where = "operation " + name;
+  if (!plain_identifier(name))
+    return refuse(where, "\"" + name + "\" is not a C identifier");
+  if (library_name(name))
+    return refuse(where, "\"" + name + "\" is a name of the library");
+  if (system_macro(name) || system_global(name))
     return refuse(where,
-                  "\"" + op.name + "\" is a name of the C library or a macro");
-  if (helper_name(op.name) ||
-      listed(std::begin(member_names), std::end(member_names), op.name) ||
-      listed(std::begin(local_names), std::end(local_names), op.name))
-    return refuse(where, "\"" + op.name + "\" is a name of the generated code");
-  if (functions_.count(op.name) != 0)
-    return refuse(where, "\"" + op.name + "\" is a record's name");
-  functions_.insert(op.name);
+                  "\"" + name + "\" is a name of the C library or a macro");
+  if (helper_name(name) ||
+      listed(std::begin(member_names), std::end(member_names), name) ||
+      listed(std::begin(local_names), std::end(local_names), name))
+    return refuse(where, "\"" + name + "\" is a name of the generated code");
+  if (functions_.count(name) != 0)
+    return refuse(where, "\"" + name + "\" is a record's name");
+  functions_.insert(name);
   return true;
 }
 
@@ -305,63 +320,62 @@ bool Namer::check_operation(const Operation &op) {
 std::string Namer::c_text(const Type &type) const {
   if (!type.element.empty())
     return type.name + "_" + c_text(type.element[0]);
-  auto record = c_names_.find(type.name);
-  return record != c_names_.end() ? record->second : type.name;
+  auto record = names_->records.find(type.name);
+  return record != names_->records.end() ? record->second.c_name : type.name;
 }
 
 /* Container types get R_read-like text readers: "List_Long_read". */
-void Namer::name_readers(const Type &type, Schema *schema) {
+void Namer::name_readers(const Type &type) {
   if (type.element.empty())
     return;
-  name_readers(type.element[0], schema);
-  if (schema->container_readers.count(type_text(type)) != 0)
+  name_readers(type.element[0]);
+  std::string &reader = names_->readers[type_text(type)];
+  if (!reader.empty())
     return;
-  std::string reader =
-      first_free(c_text(type) + "_read", [&](const std::string &name) {
-        return functions_.count(name) != 0 || library_name(name);
-      });
-  schema->container_readers[type_text(type)] = reader;
+  reader = first_free(c_text(type) + "_read", [&](const std::string &name) {
+    return functions_.count(name) != 0 || library_name(name);
+  });
   functions_.insert(reader);
 }
 
-bool Namer::name_all_but_operations(Schema *schema) {
-  for (int pass = 0; pass < 2; pass++)
-    for (Record &record : schema->records)
-      if (record.given == (pass == 0) && !name_record(&record, record.given))
-        return false;
-  for (Record &record : schema->records)
-    if (!name_fields(&record))
-      return false;
-  for (Operation &op : schema->operations)
-    if (!name_arguments(&op))
-      return false;
-  for (const Record &record : schema->records)
+void Namer::name_all_readers(const Schema &schema) {
+  for (const Record &record : schema.records)
     for (const Field &field : record.fields)
-      name_readers(field.type, schema);
-  for (const Operation &op : schema->operations) {
+      name_readers(field.type);
+  for (const Operation &op : schema.operations) {
     for (const Field &argument : op.arguments)
-      name_readers(argument.type, schema);
+      name_readers(argument.type);
     for (const Type &result : op.result)
-      name_readers(result, schema);
+      name_readers(result);
   }
+}
+
+bool Namer::name_all_but_operations(const Schema &schema) {
+  if (!given_first(schema.records,
+                   [&](const Record &record) { return name_record(record); }))
+    return false;
+  for (const Record &record : schema.records)
+    if (!name_fields(record))
+      return false;
+  for (const Operation &op : schema.operations)
+    if (!name_arguments(op))
+      return false;
+  name_all_readers(schema);
   return true;
 }
 
-bool Namer::run(Schema *schema) {
+bool Namer::run(const Schema &schema) {
   if (!name_all_but_operations(schema))
     return false;
-  for (const Operation &op : schema->operations)
-    if (!check_operation(op))
+  for (const Operation &op : schema.operations)
+    if (!check_operation(op.name))
       return false;
   return true;
 }
 
 std::string Namer::free_operation_name(const std::string &base) {
-  return first_free(base, [&](const std::string &name) {
-    Operation op;
-    op.name = name;
-    return !check_operation(op);
-  });
+  return first_free(
+      base, [&](const std::string &name) { return !check_operation(name); });
 }
 
 } // namespace
@@ -392,16 +406,37 @@ std::string first_free(const std::string &base,
       return numbered(base, n);
 }
 
-bool assign_c_names(Schema *schema, std::string *error) {
-  return Namer(error).run(schema);
+const std::string &Names::record(const Record &record) const {
+  return records.at(record.name).c_name;
 }
 
-void free_operation_names(Schema *schema) {
+const std::string &Names::field(const Record &record,
+                                const Field &field) const {
+  return records.at(record.name).fields.at(field.name);
+}
+
+const std::string &Names::argument(const Operation &op,
+                                   const Field &argument) const {
+  return arguments.at(op.name).at(argument.name);
+}
+
+const std::string &Names::reader(const Type &container) const {
+  return readers.at(type_text(container));
+}
+
+bool name_schema(const Schema &schema, Names *names, std::string *error) {
+  return Namer(names, error).run(schema);
+}
+
+std::vector<std::string> free_operation_names(const Schema &schema) {
+  Names names;
   std::string refusals; /* the names passed over */
-  Namer namer(&refusals);
+  Namer namer(&names, &refusals);
   namer.name_all_but_operations(schema);
-  for (Operation &op : schema->operations)
-    op.name = namer.free_operation_name(op.name);
+  std::vector<std::string> free;
+  for (const Operation &op : schema.operations)
+    free.push_back(namer.free_operation_name(op.name));
+  return free;
 }
 
 std::string operation_name(const std::string &path) {

@@ -2,7 +2,7 @@
 #ifndef VELMORA_GEN_SCHEMA_H
 #define VELMORA_GEN_SCHEMA_H
 
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,21 +15,22 @@ struct Type {
   std::vector<Type> element;
 };
 
-/* `name` is the wire name, sent and read as it stands; `c_name` the
- * identifier generated code gives it (the schema's own when `given`). */
+/* `name` is the wire name, sent and read as it stands; `given_c_name` the
+ * identifier the schema asks generated code to give it, if any (names.h
+ * gives every item its identifier). */
 struct Field {
   std::string name;
   Type type;
-  std::string c_name, doc;
-  bool given = false;
+  std::string doc;
+  std::optional<std::string> given_c_name;
 };
 
 /* A record's `name` is its "__type__"; field types name records by it. */
 struct Record {
   std::string name;
   std::vector<Field> fields;
-  std::string c_name, doc;
-  bool given = false;
+  std::string doc;
+  std::optional<std::string> given_c_name;
 };
 
 struct Operation {
@@ -43,8 +44,6 @@ struct Operation {
 struct Schema {
   std::vector<Record> records;
   std::vector<Operation> operations;
-  /* The text reader of each container type, by its type text. */
-  std::map<std::string, std::string> container_readers;
 };
 
 /* Reads and checks `file`; on failure `error` holds one line naming the

@@ -85,9 +85,7 @@ bool parse_type(const std::string &text, Type *type) {
                     &type->element[0]);
 }
 
-Catalog::Catalog(const Schema &schema) {
-  for (const Record &record : schema.records)
-    records_[record.name] = record.c_name;
+Catalog::Catalog(const Schema &schema, const Names &names) : names_(names) {
   for (const Record &record : schema.records)
     for (const Field &field : record.fields)
       add(field.type);
@@ -120,9 +118,9 @@ std::string Catalog::maker(const Type &container) const {
 }
 
 TypeInfo Catalog::info(const Type &type) const {
-  auto record = records_.find(type.name);
-  if (type.element.empty() && record != records_.end()) {
-    TypeInfo info = base_info(record->second);
+  auto record = names_.records.find(type.name);
+  if (type.element.empty() && record != names_.records.end()) {
+    TypeInfo info = base_info(record->second.c_name);
     info.wire = type.name;
     return info;
   }

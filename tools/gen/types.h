@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "names.h"
 #include "schema.h"
 
 namespace velmora_gen {
@@ -45,7 +46,7 @@ struct TypeInfo {
  * in the generated source, inner types first. */
 class Catalog {
 public:
-  explicit Catalog(const Schema &schema);
+  Catalog(const Schema &schema, const Names &names);
   TypeInfo info(const Type &type) const;
   /* The four element operations a container of `element` is made with. */
   std::vector<std::string> element_ops(const Type &element) const;
@@ -59,7 +60,7 @@ private:
   void add(const Type &type);
   std::vector<Type> containers_;
   std::map<std::string, size_t> ids_;
-  std::map<std::string, std::string> records_; /* wire name -> C name */
+  const Names &names_; /* the records' C names */
 };
 
 /* The text of `type` as a schema writes it: "List<Dict<Long>>". */
