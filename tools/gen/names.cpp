@@ -3,12 +3,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
 
 #include "library_names.h"
+#include "reserved_names.h"
 #include "source_helpers.h"
 #include "types.h"
 
@@ -38,65 +38,6 @@ const char *const naming_rule =
     "by steps 1 to 3 (\"/items/list\" -> items_list).\n";
 
 namespace {
-
-/* Sorted, for binary search; C++20's too, for users who build with it. */
-const char *const keywords[] = {
-    "alignas",       "alignof",     "and",
-    "and_eq",        "asm",         "auto",
-    "bitand",        "bitor",       "bool",
-    "break",         "case",        "catch",
-    "char",          "char16_t",    "char32_t",
-    "char8_t",       "class",       "co_await",
-    "co_return",     "co_yield",    "compl",
-    "concept",       "const",       "const_cast",
-    "consteval",     "constexpr",   "constinit",
-    "continue",      "decltype",    "default",
-    "delete",        "do",          "double",
-    "dynamic_cast",  "else",        "enum",
-    "explicit",      "export",      "extern",
-    "false",         "float",       "for",
-    "friend",        "goto",        "if",
-    "inline",        "int",         "long",
-    "mutable",       "namespace",   "new",
-    "noexcept",      "not",         "not_eq",
-    "nullptr",       "operator",    "or",
-    "or_eq",         "private",     "protected",
-    "public",        "register",    "reinterpret_cast",
-    "requires",      "return",      "short",
-    "signed",        "sizeof",      "static",
-    "static_assert", "static_cast", "struct",
-    "switch",        "template",    "this",
-    "thread_local",  "throw",       "true",
-    "try",           "typedef",     "typeid",
-    "typename",      "union",       "unsigned",
-    "using",         "virtual",     "void",
-    "volatile",      "wchar_t",     "while",
-    "xor",           "xor_eq"};
-
-/* Names a generated struct member must not take: the types its members
- * and accessors are declared with, and the member of unknown members. */
-const char *const member_names[] = {"int32_t", "int64_t", "uint64_t",
-                                    "unknown_members"};
-
-/* The generated code's own parameters and locals, where a record's type
- * or an argument is in scope. */
-const char *const local_names[] = {"body",       "calloc", "code",  "context",
-                                   "copy",       "free",   "in",    "out",
-                                   "properties", "record", "reply", "request",
-                                   "result",     "self",   "slot",  "value"};
-
-/* The generated readers' parameters and locals, where a record's type is
- * in scope. */
-const char *const type_names[] = {
-    "c",      "cell",    "copier", "deleter", "dict",    "document",
-    "end",    "entries", "entry",  "field",   "found",   "from",
-    "json",   "length",  "list",   "member",  "members", "name",
-    "object", "parser",  "read",   "set",     "text",    "writer"};
-
-bool listed(const char *const *begin, const char *const *end,
-            const std::string &name) {
-  return std::find(begin, end, name) != end;
-}
 
 bool ascii_word(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
@@ -183,17 +124,13 @@ private:
 };
 
 bool Namer::reserved(Kind kind, const std::string &name) const {
-  if (kind == Kind::record &&
-      (system_global(name) ||
-       listed(std::begin(type_names), std::end(type_names), name)))
+  if (kind == Kind::record && (system_global(name) || reader_local(name)))
     return true;
   if (keyword(name) || library_name(name) || system_macro(name) ||
-      listed(std::begin(member_names), std::end(member_names), name) ||
-      records_.count(name) != 0)
+      member_name(name) || records_.count(name) != 0)
     return true;
   return kind != Kind::field &&
-         (helper_name(name) || functions_.count(name) != 0 ||
-          listed(std::begin(local_names), std::end(local_names), name));
+         (helper_name(name) || functions_.count(name) != 0 || local_name(name));
 }
 
 std::vector<std::string> Namer::record_functions(const std::string &c) const {
@@ -306,9 +243,7 @@ bool Namer::check_operation(const std::string &name) {
   if (system_macro(name) || system_global(name))
     return refuse(where,
                   "\"" + name + "\" is a name of the C library or a macro");
-  if (helper_name(name) ||
-      listed(std::begin(member_names), std::end(member_names), name) ||
-      listed(std::begin(local_names), std::end(local_names), name))
+  if (helper_name(name) || member_name(name) || local_name(name))
     return refuse(where, "\"" + name + "\" is a name of the generated code");
   if (functions_.count(name) != 0)
     return refuse(where, "\"" + name + "\" is a record's name");
@@ -380,12 +315,6 @@ std::string Namer::free_operation_name(const std::string &base) {
 
 } // namespace
 
-bool keyword(const std::string &name) {
-  return std::binary_search(
-      std::begin(keywords), std::end(keywords), name,
-      [](const std::string &a, const std::string &b) { return a < b; });
-}
-
 bool plain_identifier(const std::string &name) {
   if (name.empty() || name[0] == '_' || (name[0] >= '0' && name[0] <= '9') ||
       name.find("__") != std::string::npos || keyword(name))
@@ -442,9 +371,8 @@ std::vector<std::string> free_operation_names(const Schema &schema) {
 std::string operation_name(const std::string &path) {
   std::string name = derived(path);
   bool taken = keyword(name) || library_name(name) || system_macro(name) ||
-               system_global(name) || helper_name(name) ||
-               listed(std::begin(member_names), std::end(member_names), name) ||
-               listed(std::begin(local_names), std::end(local_names), name);
+               system_global(name) || helper_name(name) || member_name(name) ||
+               local_name(name);
   return taken ? name + "_" : name;
 }
 

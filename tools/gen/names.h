@@ -61,9 +61,6 @@ std::vector<std::string> free_operation_names(const Schema &schema);
 /* `text` in lower case: the prefix of a record's accessors. */
 std::string lower(std::string text);
 
-/* True for a C++ keyword. */
-bool keyword(const std::string &name);
-
 /* True for an identifier that is not a keyword and not reserved (no "__",
  * no leading underscore). */
 bool plain_identifier(const std::string &name);
