@@ -109,7 +109,6 @@ private:
   bool check_operation(const std::string &name);
   std::string c_text(const Type &type) const;
   void name_readers(const Type &type);
-  void name_all_readers(const Schema &schema);
   bool refuse(const std::string &where, const std::string &what) {
     *error_ = where + ": " + what;
     return false;
@@ -273,18 +272,6 @@ void Namer::name_readers(const Type &type) {
   functions_.insert(reader);
 }
 
-void Namer::name_all_readers(const Schema &schema) {
-  for (const Record &record : schema.records)
-    for (const Field &field : record.fields)
-      name_readers(field.type);
-  for (const Operation &op : schema.operations) {
-    for (const Field &argument : op.arguments)
-      name_readers(argument.type);
-    for (const Type &result : op.result)
-      name_readers(result);
-  }
-}
-
 bool Namer::name_all_but_operations(const Schema &schema) {
   if (!given_first(schema.records,
                    [&](const Record &record) { return name_record(record); }))
@@ -295,7 +282,8 @@ bool Namer::name_all_but_operations(const Schema &schema) {
   for (const Operation &op : schema.operations)
     if (!name_arguments(op))
       return false;
-  name_all_readers(schema);
+  for (const Type &type : used_types(schema))
+    name_readers(type);
   return true;
 }
 

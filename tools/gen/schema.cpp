@@ -222,4 +222,17 @@ bool read_schema(const std::string &file, Schema *schema, std::string *error) {
   return SchemaReader(file, error).read(top, schema);
 }
 
+std::vector<Type> used_types(const Schema &schema) {
+  std::vector<Type> types;
+  for (const Record &record : schema.records)
+    for (const Field &field : record.fields)
+      types.push_back(field.type);
+  for (const Operation &op : schema.operations) {
+    for (const Field &argument : op.arguments)
+      types.push_back(argument.type);
+    types.insert(types.end(), op.result.begin(), op.result.end());
+  }
+  return types;
+}
+
 } // namespace velmora_gen

@@ -50,6 +50,10 @@ struct Schema {
  * record or operation and the field. Members keep the order written. */
 bool read_schema(const std::string &file, Schema *schema, std::string *error);
 
+/* The types of every field, argument and result, in schema order: the
+ * records' fields, then each operation's arguments and result. */
+std::vector<Type> used_types(const Schema &schema);
+
 } // namespace velmora_gen
 
 #endif

@@ -86,15 +86,8 @@ bool parse_type(const std::string &text, Type *type) {
 }
 
 Catalog::Catalog(const Schema &schema, const Names &names) : names_(names) {
-  for (const Record &record : schema.records)
-    for (const Field &field : record.fields)
-      add(field.type);
-  for (const Operation &op : schema.operations) {
-    for (const Field &argument : op.arguments)
-      add(argument.type);
-    for (const Type &result : op.result)
-      add(result);
-  }
+  for (const Type &type : used_types(schema))
+    add(type);
 }
 
 void Catalog::add(const Type &type) {
