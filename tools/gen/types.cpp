@@ -1,5 +1,7 @@
 #include "types.h"
 
+#include "names.h"
+
 namespace velmora_gen {
 
 namespace {

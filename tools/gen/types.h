@@ -6,10 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "names.h"
 #include "schema.h"
 
 namespace velmora_gen {
+
+struct Names;
 
 /* How accessors pass a field: scalars by value (a presence result and an
  * out-parameter), texts as `const char *`, everything else as a lent
