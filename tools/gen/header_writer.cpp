@@ -113,11 +113,6 @@ std::string record_text(const Record &record, const Names &names,
   return text + accessors_text(record, names, catalog) + "\n";
 }
 
-std::string capitalized(std::string text) {
-  text[0] = static_cast<char>(toupper(static_cast<unsigned char>(text[0])));
-  return text;
-}
-
 std::string parameter(const TypeInfo &info, const std::string &name) {
   if (info.access == Access::scalar)
     return "const " + info.scalar + " *" + name;
@@ -155,7 +150,7 @@ std::string getter_declaration(const std::string &record,
                                const std::string &field, const TypeInfo &info,
                                const std::string &self_name,
                                const std::string &tail) {
-  std::string name = lower(record) + "_get" + capitalized(field);
+  std::string name = accessor(record, "_get", field);
   std::string self = "const " + record + " *" + self_name;
   if (info.access == Access::scalar)
     return declaration("int32_t", name + "(", {self, info.scalar + " *value"},
@@ -170,21 +165,20 @@ std::string setter_declaration(const std::string &record,
                                const std::string &self,
                                const std::string &value,
                                const std::string &tail) {
-  return declaration("void", lower(record) + "_set" + capitalized(field) + "(",
+  return declaration("void", accessor(record, "_set", field) + "(",
                      {record + " *" + self, parameter(info, value)},
                      ")" + tail);
 }
 
 std::string new_declaration(const std::string &record, const std::string &field,
                             const TypeInfo &info, const std::string &tail) {
-  return declaration(info.c_type + " *",
-                     lower(record) + "_new" + capitalized(field) + "(",
+  return declaration(info.c_type + " *", accessor(record, "_new", field) + "(",
                      {"void"}, ")" + tail);
 }
 
 std::string unknown_declaration(const std::string &record,
                                 const std::string &tail) {
-  return declaration("const Json::Value *", lower(record) + "_unknownMembers(",
+  return declaration("const Json::Value *", unknown_accessor(record) + "(",
                      {"const " + record + " *self"}, ")" + tail);
 }
 

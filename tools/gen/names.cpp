@@ -73,6 +73,14 @@ std::string capitalized(std::string text) {
   return text;
 }
 
+std::string lower(std::string text) {
+  for (char &c : text)
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+const char *const accessor_verbs[] = {"_get", "_set", "_new"};
+
 /* Items whose schema gives their c_name first, so that the names derived
  * from wire names keep clear of them. */
 template <typename Item, typename Name>
@@ -99,7 +107,7 @@ private:
   bool reserved(Kind kind, const std::string &name) const;
   std::vector<std::string> record_functions(const std::string &c) const;
   bool record_free(const std::string &c) const;
-  bool field_free(const std::string &prefix, const std::string &c) const;
+  bool field_free(const std::string &record, const std::string &c) const;
   bool choose(Kind kind, const std::string &where, const std::string &wire,
               const std::optional<std::string> &given, const Free &free,
               std::string *c);
@@ -142,7 +150,7 @@ std::vector<std::string> Namer::record_functions(const std::string &c) const {
           c + "_read",
           c + "_fast",
           c + "_fields",
-          lower(c) + "_unknownMembers"};
+          unknown_accessor(c)};
 }
 
 bool Namer::record_free(const std::string &c) const {
@@ -155,11 +163,11 @@ bool Namer::record_free(const std::string &c) const {
   return true;
 }
 
-bool Namer::field_free(const std::string &prefix, const std::string &c) const {
+bool Namer::field_free(const std::string &record, const std::string &c) const {
   if (reserved(Kind::field, c) || members_.count(capitalized(c)) != 0)
     return false;
-  for (const char *verb : {"_get", "_set", "_new"})
-    if (functions_.count(prefix + verb + capitalized(c)) != 0)
+  for (const char *verb : accessor_verbs)
+    if (functions_.count(accessor(record, verb, c)) != 0)
       return false;
   return true;
 }
@@ -199,19 +207,20 @@ bool Namer::name_record(const Record &record) {
 
 bool Namer::name_fields(const Record &record) {
   RecordNames &named = names_->records[record.name];
-  const std::string prefix = lower(named.c_name);
   members_.clear();
   return given_first(record.fields, [&](const Field &field) {
     std::string &c = named.fields[field.name];
     if (!choose(
             Kind::field, "record " + record.name + ", field " + field.name,
             field.name, field.given_c_name,
-            [&](const std::string &name) { return field_free(prefix, name); },
+            [&](const std::string &name) {
+              return field_free(named.c_name, name);
+            },
             &c))
       return false;
     members_.insert(capitalized(c));
-    for (const char *verb : {"_get", "_set", "_new"})
-      functions_.insert(prefix + verb + capitalized(c));
+    for (const char *verb : accessor_verbs)
+      functions_.insert(accessor(named.c_name, verb, c));
     return true;
   });
 }
@@ -310,10 +319,13 @@ bool plain_identifier(const std::string &name) {
   return std::all_of(name.begin(), name.end(), ascii_word);
 }
 
-std::string lower(std::string text) {
-  for (char &c : text)
-    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-  return text;
+std::string accessor(const std::string &record, const char *verb,
+                     const std::string &field) {
+  return lower(record) + verb + capitalized(field);
+}
+
+std::string unknown_accessor(const std::string &record) {
+  return lower(record) + "_unknownMembers";
 }
 
 std::string first_free(const std::string &base,

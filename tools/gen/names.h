@@ -58,8 +58,13 @@ std::string first_free(const std::string &base,
  * given, so the records and fields are always named). */
 std::vector<std::string> free_operation_names(const Schema &schema);
 
-/* `text` in lower case: the prefix of a record's accessors. */
-std::string lower(std::string text);
+/* A field's accessor `verb` ("_get", "_set" or "_new") from the record's
+ * and the field's C names: "item_getName". */
+std::string accessor(const std::string &record, const char *verb,
+                     const std::string &field);
+
+/* A record's accessor of the members no field names: "item_unknownMembers". */
+std::string unknown_accessor(const std::string &record);
 
 /* True for an identifier that is not a keyword and not reserved (no "__",
  * no leading underscore). */
