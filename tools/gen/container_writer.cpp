@@ -1,7 +1,7 @@
 #include "container_writer.h"
 
+#include "escapes.h"
 #include "layout.h"
-#include "names.h"
 
 namespace velmora_gen {
 

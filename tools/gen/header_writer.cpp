@@ -2,6 +2,7 @@
 
 #include <cctype>
 
+#include "escapes.h"
 #include "layout.h"
 #include "names.h"
 
@@ -58,37 +59,42 @@ std::string about(const std::string &doc, const std::string &wire,
          ".";
 }
 
-std::string member_text(const Field &field, const Catalog &catalog) {
-  std::string text = about(field.doc, field.name, field.c_name);
+std::string member_text(const Field &field, const std::string &c_name,
+                        const Catalog &catalog) {
+  std::string text = about(field.doc, field.name, c_name);
   if (!field.type.element.empty())
     text = type_text(field.type) + (text.empty() ? "" : ". ") + text;
   return (text.empty() ? "" : comment("  ", text, "/**")) + "  " +
-         catalog.info(field.type).c_type + " *" + field.c_name + ";\n";
+         catalog.info(field.type).c_type + " *" + c_name + ";\n";
 }
 
-std::string accessors_text(const Record &record, const Catalog &catalog) {
+std::string accessors_text(const Record &record, const Names &names,
+                           const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string text;
   for (const Field &field : record.fields) {
+    const std::string &f = names.field(record, field);
     TypeInfo info = catalog.info(field.type);
-    std::string value = field.c_name == "self" ? "value" : field.c_name;
+    std::string value = f == "self" ? "value" : f;
     std::string doc = field.doc.empty() ? "" : comment("", field.doc, "/**");
-    text += doc + getter_declaration(record, field, info, "self", ";") + doc +
-            setter_declaration(record, field, info, "self", value, ";");
+    text += doc + getter_declaration(r, f, info, "self", ";") + doc +
+            setter_declaration(r, f, info, "self", value, ";");
     if (!field.type.element.empty())
       text += "/** A new empty " + type_text(field.type) + ". */\n" +
-              new_declaration(record, field, info, ";");
+              new_declaration(r, f, info, ";");
   }
   return text;
 }
 
-std::string record_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string record_text(const Record &record, const Names &names,
+                        const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string doc = about(record.doc, record.name, r);
   std::string text = "/* ---- " + r + " */\n\n" +
                      (doc.empty() ? "" : comment("", doc, "/**")) + "struct " +
                      r + " {\n";
   for (const Field &field : record.fields)
-    text += member_text(field, catalog);
+    text += member_text(field, names.field(record, field), catalog);
   text +=
       "  /** Members read that no field names; null when none. */\n"
       "  Json::Value *unknown_members;\n};\n\n"
@@ -102,14 +108,9 @@ std::string record_text(const Record &record, const Catalog &catalog) {
       declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");") +
       "/** Lends the members read that no field names, written back after the\n"
       " * fields; null when none. */\n" +
-      unknown_declaration(record, ";") + reader_comment(r) +
+      unknown_declaration(r, ";") + reader_comment(r) +
       text_reader_declaration(r, r + "_read", ";");
-  return text + accessors_text(record, catalog) + "\n";
-}
-
-std::string capitalized(std::string text) {
-  text[0] = static_cast<char>(toupper(static_cast<unsigned char>(text[0])));
-  return text;
+  return text + accessors_text(record, names, catalog) + "\n";
 }
 
 std::string parameter(const TypeInfo &info, const std::string &name) {
@@ -120,15 +121,15 @@ std::string parameter(const TypeInfo &info, const std::string &name) {
   return "const char *" + name;
 }
 
-std::string operation_comment(const Operation &op) {
+std::string operation_comment(const Operation &op, const Names &names) {
   std::string text = op.doc.empty() ? "" : op.doc + " ";
   text += "POST " + op.path + ". ";
   for (const Field &argument : op.arguments) {
+    const std::string &c_name = names.argument(op, argument);
     if (!argument.doc.empty())
-      text += argument.c_name + ": " + argument.doc + " ";
-    if (argument.name != argument.c_name)
-      text += argument.c_name + " is sent as " + comment_quoted(argument.name) +
-              ". ";
+      text += c_name + ": " + argument.doc + " ";
+    if (argument.name != c_name)
+      text += c_name + " is sent as " + comment_quoted(argument.name) + ". ";
   }
   if (!op.result.empty())
     text += "On success the reply's " + comment_quoted(op.result_member) +
@@ -145,12 +146,12 @@ std::string operation_comment(const Operation &op) {
 
 } // namespace
 
-std::string getter_declaration(const Record &record, const Field &field,
-                               const TypeInfo &info,
+std::string getter_declaration(const std::string &record,
+                               const std::string &field, const TypeInfo &info,
                                const std::string &self_name,
                                const std::string &tail) {
-  std::string name = lower(record.c_name) + "_get" + capitalized(field.c_name);
-  std::string self = "const " + record.c_name + " *" + self_name;
+  std::string name = accessor(record, "_get", field);
+  std::string self = "const " + record + " *" + self_name;
   if (info.access == Access::scalar)
     return declaration("int32_t", name + "(", {self, info.scalar + " *value"},
                        ")" + tail);
@@ -159,27 +160,26 @@ std::string getter_declaration(const Record &record, const Field &field,
   return declaration("const char *", name + "(", {self}, ")" + tail);
 }
 
-std::string setter_declaration(const Record &record, const Field &field,
-                               const TypeInfo &info, const std::string &self,
+std::string setter_declaration(const std::string &record,
+                               const std::string &field, const TypeInfo &info,
+                               const std::string &self,
                                const std::string &value,
                                const std::string &tail) {
-  return declaration(
-      "void", lower(record.c_name) + "_set" + capitalized(field.c_name) + "(",
-      {record.c_name + " *" + self, parameter(info, value)}, ")" + tail);
+  return declaration("void", accessor(record, "_set", field) + "(",
+                     {record + " *" + self, parameter(info, value)},
+                     ")" + tail);
 }
 
-std::string new_declaration(const Record &record, const Field &field,
+std::string new_declaration(const std::string &record, const std::string &field,
                             const TypeInfo &info, const std::string &tail) {
-  return declaration(info.c_type + " *",
-                     lower(record.c_name) + "_new" + capitalized(field.c_name) +
-                         "(",
+  return declaration(info.c_type + " *", accessor(record, "_new", field) + "(",
                      {"void"}, ")" + tail);
 }
 
-std::string unknown_declaration(const Record &record, const std::string &tail) {
-  return declaration("const Json::Value *",
-                     lower(record.c_name) + "_unknownMembers(",
-                     {"const " + record.c_name + " *self"}, ")" + tail);
+std::string unknown_declaration(const std::string &record,
+                                const std::string &tail) {
+  return declaration("const Json::Value *", unknown_accessor(record) + "(",
+                     {"const " + record + " *self"}, ")" + tail);
 }
 
 std::string fast_declaration(const std::string &record,
@@ -195,19 +195,20 @@ std::string text_reader_declaration(const std::string &c_type,
                      {"const char *json", "size_t length"}, ")" + tail);
 }
 
-std::string operation_declaration(const Operation &op, const Catalog &catalog,
+std::string operation_declaration(const Operation &op, const Names &names,
+                                  const Catalog &catalog,
                                   const std::string &tail) {
   std::vector<std::string> parameters{"client_context_s *context"};
   for (const Field &argument : op.arguments)
     parameters.push_back(
-        parameter(catalog.info(argument.type), argument.c_name));
+        parameter(catalog.info(argument.type), names.argument(op, argument)));
   if (!op.result.empty())
     parameters.push_back(catalog.info(op.result[0]).c_type + " **result");
   return declaration("int", op.name + "(", parameters, ")" + tail);
 }
 
-std::string header_text(const Schema &schema, const Catalog &catalog,
-                        const std::string &base) {
+std::string header_text(const Schema &schema, const Names &names,
+                        const Catalog &catalog, const std::string &base) {
   std::string top = comment("", "Generated by velmora-gen from " + base +
                                     ".json: edit the schema, not this file.");
   std::string text = top.substr(0, top.size() - 4) + "\n" + preamble +
@@ -215,22 +216,21 @@ std::string header_text(const Schema &schema, const Catalog &catalog,
                      "\n\n#include <cstddef>\n#include <cstdint>\n\n#include "
                      "<velmora/velmora.h>\n\n";
   for (const Record &record : schema.records)
-    text += "struct " + record.c_name + ";\n";
+    text += "struct " + names.record(record) + ";\n";
   text += "\n";
   for (const Record &record : schema.records)
-    text += record_text(record, catalog);
+    text += record_text(record, names, catalog);
   if (!catalog.containers().empty())
     text += "/* ---- Containers read from JSON text */\n\n";
   for (const Type &type : catalog.containers())
     text += reader_comment(type_text(type)) +
-            text_reader_declaration(
-                catalog.info(type).c_type,
-                schema.container_readers.at(type_text(type)), ";");
+            text_reader_declaration(catalog.info(type).c_type,
+                                    names.reader(type), ";");
   if (!catalog.containers().empty())
     text += "\n";
   for (const Operation &op : schema.operations)
-    text +=
-        operation_comment(op) + operation_declaration(op, catalog, ";") + "\n";
+    text += operation_comment(op, names) +
+            operation_declaration(op, names, catalog, ";") + "\n";
   return text + "#endif\n";
 }
 

@@ -9,6 +9,7 @@
 
 #include "json_order.h"
 #include "names.h"
+#include "types.h"
 
 namespace velmora_gen {
 
@@ -143,11 +144,11 @@ Call &Inferrer::call_of(const std::string &path) {
   for (Call &call : calls_)
     if (call.path == path)
       return call;
-  std::string base = operation_name(path), name = base;
-  for (int n = 2; std::any_of(calls_.begin(), calls_.end(),
-                              [&](const Call &c) { return c.name == name; });
-       n++)
-    name = numbered(base, n);
+  std::string name =
+      first_free(operation_name(path), [&](const std::string &candidate) {
+        return std::any_of(calls_.begin(), calls_.end(),
+                           [&](const Call &c) { return c.name == candidate; });
+      });
   calls_.push_back({path, name, {}, "", ""});
   return calls_.back();
 }
@@ -202,9 +203,9 @@ void Inferrer::free_names() {
       op.result.push_back(result);
     schema.operations.push_back(op);
   }
-  free_operation_names(&schema);
+  std::vector<std::string> names = free_operation_names(schema);
   for (size_t i = 0; i < calls_.size(); i++)
-    calls_[i].name = schema.operations[i].name;
+    calls_[i].name = names[i];
 }
 
 /* Any wire name as a JSON string, UTF-8 kept. */

@@ -1,52 +1,43 @@
-/* Names the library and the system headers already declare: generated
- * names must differ. */
-#include "schema.h"
+#include "library_names.h"
 
 #include <algorithm>
-#include <string>
+
+#include "types.h"
 
 namespace velmora_gen {
 
 namespace {
 
-/* Sorted, for binary search. */
-const char *const names[] = {"Blob",
-                             "Blob_copier",
+/* Sorted, for binary search; the base types are in types.cpp. */
+const char *const names[] = {"Blob_copier",
                              "Blob_deleter",
                              "Blob_deserialize",
                              "Blob_serialize",
-                             "Boolean",
                              "Boolean_copier",
                              "Boolean_deleter",
-                             "Ciphered",
                              "Ciphered_copier",
                              "Ciphered_deleter",
                              "Ciphered_deserialize",
                              "Ciphered_serialize",
-                             "Date",
                              "Date_copier",
                              "Date_deleter",
                              "Date_deserialize",
                              "Date_serialize",
                              "Dict",
-                             "Double",
                              "Double_copier",
                              "Double_deleter",
                              "Double_deserialize",
                              "Double_new",
                              "Double_serialize",
-                             "IP",
                              "IP_copier",
                              "IP_deleter",
                              "IP_deserialize",
                              "IP_new",
                              "IP_serialize",
-                             "Integer",
                              "Integer_copier",
                              "Integer_deleter",
                              "Json",
                              "List",
-                             "ListInfo",
                              "ListInfo_copier",
                              "ListInfo_deleter",
                              "ListInfo_deserialize",
@@ -54,7 +45,6 @@ const char *const names[] = {"Blob",
                              "ListInfo_init",
                              "ListInfo_new",
                              "ListInfo_serialize",
-                             "Long",
                              "Long_copier",
                              "Long_deleter",
                              "Long_deserialize",
@@ -62,7 +52,6 @@ const char *const names[] = {"Blob",
                              "Long_new",
                              "Long_serialize",
                              "Long_setValue",
-                             "Ordering",
                              "Ordering_copier",
                              "Ordering_deleter",
                              "Ordering_deserialize",
@@ -71,17 +60,14 @@ const char *const names[] = {"Blob",
                              "Ordering_new",
                              "Ordering_serialize",
                              "ResultSet",
-                             "Time",
                              "Time_copier",
                              "Time_deleter",
                              "Time_deserialize",
                              "Time_serialize",
-                             "ULong",
                              "ULong_copier",
                              "ULong_deleter",
                              "ULong_deserialize",
                              "ULong_serialize",
-                             "Unicode",
                              "Unknown",
                              "base64_decode",
                              "base64_encode",
@@ -182,21 +168,13 @@ const char *const names[] = {"Blob",
                              "value_deserializer",
                              "value_serializer"};
 
-const char *const builtins[] = {
-    "Blob",     "Boolean", "Ciphered", "Date", "Double", "IP",     "Integer",
-    "ListInfo", "Long",    "Ordering", "Time", "ULong",  "Unicode"};
-
 #include "system_names.inc"
 
 } // namespace
 
 bool library_name(const std::string &name) {
-  return std::binary_search(std::begin(names), std::end(names), name);
-}
-
-bool builtin_type(const std::string &name) {
-  return std::find(std::begin(builtins), std::end(builtins), name) !=
-         std::end(builtins);
+  return std::binary_search(std::begin(names), std::end(names), name) ||
+         base_type(name) != nullptr;
 }
 
 bool system_macro(const std::string &name) {

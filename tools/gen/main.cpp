@@ -82,23 +82,37 @@ bool write_file(const std::string &path, const std::string &text) {
   return false;
 }
 
+/* The schema in `file`, read, checked and named; false with one line
+ * naming the file in `error`. */
+bool read_named(const std::string &file, velmora_gen::Schema *schema,
+                velmora_gen::Names *names, std::string *error) {
+  if (!velmora_gen::read_schema(file, schema, error))
+    return false;
+  if (velmora_gen::name_schema(*schema, names, error))
+    return true;
+  *error = file + ": " + *error;
+  return false;
+}
+
 int generate(const Options &options) {
   velmora_gen::Schema schema;
+  velmora_gen::Names names;
   std::string error;
   const std::string &file = options.inputs[0];
-  if (!velmora_gen::read_schema(file, &schema, &error)) {
+  if (!read_named(file, &schema, &names, &error)) {
     fprintf(stderr, "velmora-gen: %s\n", error.c_str());
     return 2;
   }
   std::string base = options.name.empty() ? base_name(file) : options.name;
-  velmora_gen::Catalog catalog(schema);
+  velmora_gen::Catalog catalog(schema, names);
   if (!make_directory(options.output_dir))
     return 1;
   std::string prefix = options.output_dir + "/" + base;
-  bool written = write_file(prefix + ".h",
-                            velmora_gen::header_text(schema, catalog, base)) &&
-                 write_file(prefix + ".cpp",
-                            velmora_gen::source_text(schema, catalog, base));
+  bool written =
+      write_file(prefix + ".h",
+                 velmora_gen::header_text(schema, names, catalog, base)) &&
+      write_file(prefix + ".cpp",
+                 velmora_gen::source_text(schema, names, catalog, base));
   return written ? 0 : 1;
 }
 

@@ -1,13 +1,15 @@
-/* Wire name -> C name: the one rule, and the escapes that put any wire
- * name into generated code as it stands. */
+/* Wire name -> C name: the one rule. */
 #include "names.h"
-#include "types.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <iterator>
+#include <cctype>
 #include <map>
+#include <optional>
 #include <set>
+
+#include "library_names.h"
+#include "reserved_names.h"
+#include "types.h"
 
 namespace velmora_gen {
 
@@ -36,65 +38,6 @@ const char *const naming_rule =
 
 namespace {
 
-/* Sorted, for binary search; C++20's too, for users who build with it. */
-const char *const keywords[] = {
-    "alignas",       "alignof",     "and",
-    "and_eq",        "asm",         "auto",
-    "bitand",        "bitor",       "bool",
-    "break",         "case",        "catch",
-    "char",          "char16_t",    "char32_t",
-    "char8_t",       "class",       "co_await",
-    "co_return",     "co_yield",    "compl",
-    "concept",       "const",       "const_cast",
-    "consteval",     "constexpr",   "constinit",
-    "continue",      "decltype",    "default",
-    "delete",        "do",          "double",
-    "dynamic_cast",  "else",        "enum",
-    "explicit",      "export",      "extern",
-    "false",         "float",       "for",
-    "friend",        "goto",        "if",
-    "inline",        "int",         "long",
-    "mutable",       "namespace",   "new",
-    "noexcept",      "not",         "not_eq",
-    "nullptr",       "operator",    "or",
-    "or_eq",         "private",     "protected",
-    "public",        "register",    "reinterpret_cast",
-    "requires",      "return",      "short",
-    "signed",        "sizeof",      "static",
-    "static_assert", "static_cast", "struct",
-    "switch",        "template",    "this",
-    "thread_local",  "throw",       "true",
-    "try",           "typedef",     "typeid",
-    "typename",      "union",       "unsigned",
-    "using",         "virtual",     "void",
-    "volatile",      "wchar_t",     "while",
-    "xor",           "xor_eq"};
-
-/* Names a generated struct member must not take: the types its members
- * and accessors are declared with, and the member of unknown members. */
-const char *const member_names[] = {"int32_t", "int64_t", "uint64_t",
-                                    "unknown_members"};
-
-/* The generated code's own parameters and locals, where a record's type
- * or an argument is in scope. */
-const char *const local_names[] = {"body",       "calloc", "code",  "context",
-                                   "copy",       "free",   "in",    "out",
-                                   "properties", "record", "reply", "request",
-                                   "result",     "self",   "slot",  "value"};
-
-/* The generated readers' parameters and locals, where a record's type is
- * in scope. */
-const char *const type_names[] = {
-    "c",      "cell",    "copier", "deleter", "dict",    "document",
-    "end",    "entries", "entry",  "field",   "found",   "from",
-    "json",   "length",  "list",   "member",  "members", "name",
-    "object", "parser",  "read",   "set",     "text",    "writer"};
-
-bool listed(const char *const *begin, const char *const *end,
-            const std::string &name) {
-  return std::find(begin, end, name) != end;
-}
-
 bool ascii_word(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
          (c >= '0' && c <= '9') || c == '_';
@@ -115,58 +58,85 @@ std::string derived(const std::string &wire) {
   return name[0] >= '0' && name[0] <= '9' ? "n" + name : name;
 }
 
+/* `name` for n = 1, else name_N (nameN after a trailing "_"), so that a
+ * plain identifier stays one. */
+std::string numbered(const std::string &name, int n) {
+  if (n == 1)
+    return name;
+  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+}
+
 std::string capitalized(std::string text) {
   if (text[0] >= 'a' && text[0] <= 'z')
     text[0] = static_cast<char>(text[0] - 'a' + 'A');
   return text;
 }
 
+std::string lower(std::string text) {
+  for (char &c : text)
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+const char *const accessor_verbs[] = {"_get", "_set", "_new"};
+
+/* Items whose schema gives their c_name first, so that the names derived
+ * from wire names keep clear of them. */
+template <typename Item, typename Name>
+bool given_first(const std::vector<Item> &items, Name name) {
+  for (int pass = 0; pass < 2; pass++)
+    for (const Item &item : items)
+      if (item.given_c_name.has_value() == (pass == 0) && !name(item))
+        return false;
+  return true;
+}
+
 class Namer {
 public:
-  explicit Namer(std::string *error) : error_(error) {}
-  bool run(Schema *schema);
-  bool name_all_but_operations(Schema *schema);
+  Namer(Names *names, std::string *error) : names_(names), error_(error) {}
+  bool run(const Schema &schema);
+  bool name_all_but_operations(const Schema &schema);
   /* A free operation name from `base` (a plain identifier): it, or
    * base_2, base_3, ...; each refusal on the way is left in the error. */
   std::string free_operation_name(const std::string &base);
 
 private:
   enum class Kind { record, field, argument };
+  using Free = std::function<bool(const std::string &)>;
   bool reserved(Kind kind, const std::string &name) const;
   std::vector<std::string> record_functions(const std::string &c) const;
   bool record_free(const std::string &c) const;
-  bool field_free(const std::string &prefix, const std::string &c) const;
-  bool name_record(Record *record, bool given);
-  bool name_fields(Record *record);
-  bool name_arguments(Operation *op);
-  bool check_operation(const Operation &op);
+  bool field_free(const std::string &record, const std::string &c) const;
+  bool choose(Kind kind, const std::string &where, const std::string &wire,
+              const std::optional<std::string> &given, const Free &free,
+              std::string *c);
+  bool name_record(const Record &record);
+  bool name_fields(const Record &record);
+  bool name_arguments(const Operation &op);
+  bool check_operation(const std::string &name);
   std::string c_text(const Type &type) const;
-  void name_readers(const Type &type, Schema *schema);
+  void name_readers(const Type &type);
   bool refuse(const std::string &where, const std::string &what) {
     *error_ = where + ": " + what;
     return false;
   }
 
+  Names *names_;
   std::string *error_;
   std::set<std::string> records_;   /* C names */
   std::set<std::string> prefixes_;  /* lower-cased record C names */
   std::set<std::string> functions_; /* every global name given so far */
   std::set<std::string> members_;   /* capitalized, in the current scope */
-  std::map<std::string, std::string> c_names_; /* records': wire -> C */
 };
 
 bool Namer::reserved(Kind kind, const std::string &name) const {
-  if (kind == Kind::record &&
-      (system_global(name) ||
-       listed(std::begin(type_names), std::end(type_names), name)))
+  if (kind == Kind::record && (system_global(name) || reader_local(name)))
     return true;
   if (keyword(name) || library_name(name) || system_macro(name) ||
-      listed(std::begin(member_names), std::end(member_names), name) ||
-      records_.count(name) != 0)
+      member_name(name) || records_.count(name) != 0)
     return true;
   return kind != Kind::field &&
-         (helper_name(name) || functions_.count(name) != 0 ||
-          listed(std::begin(local_names), std::end(local_names), name));
+         (helper_name(name) || functions_.count(name) != 0 || local_name(name));
 }
 
 std::vector<std::string> Namer::record_functions(const std::string &c) const {
@@ -179,7 +149,7 @@ std::vector<std::string> Namer::record_functions(const std::string &c) const {
           c + "_read",
           c + "_fast",
           c + "_fields",
-          lower(c) + "_unknownMembers"};
+          unknown_accessor(c)};
 }
 
 bool Namer::record_free(const std::string &c) const {
@@ -192,108 +162,99 @@ bool Namer::record_free(const std::string &c) const {
   return true;
 }
 
-bool Namer::field_free(const std::string &prefix, const std::string &c) const {
+bool Namer::field_free(const std::string &record, const std::string &c) const {
   if (reserved(Kind::field, c) || members_.count(capitalized(c)) != 0)
     return false;
-  for (const char *verb : {"_get", "_set", "_new"})
-    if (functions_.count(prefix + verb + capitalized(c)) != 0)
+  for (const char *verb : accessor_verbs)
+    if (functions_.count(accessor(record, verb, c)) != 0)
       return false;
   return true;
 }
 
-bool Namer::name_record(Record *record, bool given) {
-  if (given) {
-    if (!plain_identifier(record->c_name) || !record_free(record->c_name))
-      return refuse("record " + record->name,
-                    "c_name \"" + record->c_name + "\" is not free");
-  } else {
-    std::string base = derived(record->name);
-    if (reserved(Kind::record, base))
-      base += "_type"; /* "_" would make "__" in its functions' names */
-    int n = 1;
-    while (!record_free(numbered(base, n)))
-      n++;
-    record->c_name = numbered(base, n);
+/* The schema's own c_name, which must be free; else one derived from the
+ * wire name, marked when reserved and numbered until free. */
+bool Namer::choose(Kind kind, const std::string &where, const std::string &wire,
+                   const std::optional<std::string> &given, const Free &free,
+                   std::string *c) {
+  if (given.has_value()) {
+    if (!plain_identifier(*given) || !free(*given))
+      return refuse(where, "c_name \"" + *given + "\" is not free");
+    *c = *given;
+    return true;
   }
-  records_.insert(record->c_name);
-  c_names_[record->name] = record->c_name;
-  prefixes_.insert(lower(record->c_name));
-  for (const std::string &name : record_functions(record->c_name))
+  std::string base = derived(wire);
+  if (reserved(kind, base))
+    /* A record's "_" would make "__" in its functions' names. */
+    base += kind == Kind::record ? "_type" : "_";
+  *c = first_free(base, [&](const std::string &name) { return !free(name); });
+  return true;
+}
+
+bool Namer::name_record(const Record &record) {
+  std::string &c = names_->records[record.name].c_name;
+  if (!choose(
+          Kind::record, "record " + record.name, record.name,
+          record.given_c_name,
+          [&](const std::string &name) { return record_free(name); }, &c))
+    return false;
+  records_.insert(c);
+  prefixes_.insert(lower(c));
+  for (const std::string &name : record_functions(c))
     functions_.insert(name);
   return true;
 }
 
-bool Namer::name_fields(Record *record) {
-  const std::string prefix = lower(record->c_name);
+bool Namer::name_fields(const Record &record) {
+  RecordNames &named = names_->records[record.name];
   members_.clear();
-  for (int pass = 0; pass < 2; pass++)
-    for (Field &field : record->fields) {
-      bool given = field.given;
-      if (given != (pass == 0))
-        continue;
-      if (given && (!plain_identifier(field.c_name) ||
-                    !field_free(prefix, field.c_name)))
-        return refuse("record " + record->name + ", field " + field.name,
-                      "c_name \"" + field.c_name + "\" is not free");
-      if (!given) {
-        std::string base = derived(field.name);
-        if (reserved(Kind::field, base))
-          base += '_';
-        int n = 1;
-        while (!field_free(prefix, numbered(base, n)))
-          n++;
-        field.c_name = numbered(base, n);
-      }
-      members_.insert(capitalized(field.c_name));
-      for (const char *verb : {"_get", "_set", "_new"})
-        functions_.insert(prefix + verb + capitalized(field.c_name));
-    }
-  return true;
+  return given_first(record.fields, [&](const Field &field) {
+    std::string &c = named.fields[field.name];
+    if (!choose(
+            Kind::field, "record " + record.name + ", field " + field.name,
+            field.name, field.given_c_name,
+            [&](const std::string &name) {
+              return field_free(named.c_name, name);
+            },
+            &c))
+      return false;
+    members_.insert(capitalized(c));
+    for (const char *verb : accessor_verbs)
+      functions_.insert(accessor(named.c_name, verb, c));
+    return true;
+  });
 }
 
-bool Namer::name_arguments(Operation *op) {
+bool Namer::name_arguments(const Operation &op) {
+  std::map<std::string, std::string> &named = names_->arguments[op.name];
   std::set<std::string> used;
   auto free = [&](const std::string &c) {
     return !reserved(Kind::argument, c) && used.count(c) == 0;
   };
-  for (int pass = 0; pass < 2; pass++)
-    for (Field &argument : op->arguments) {
-      if (argument.given != (pass == 0))
-        continue;
-      if (argument.given &&
-          (!plain_identifier(argument.c_name) || !free(argument.c_name)))
-        return refuse("operation " + op->name + ", argument " + argument.name,
-                      "c_name \"" + argument.c_name + "\" is not free");
-      if (!argument.given) {
-        std::string base = derived(argument.name);
-        if (reserved(Kind::argument, base))
-          base += '_';
-        int n = 1;
-        while (!free(numbered(base, n)))
-          n++;
-        argument.c_name = numbered(base, n);
-      }
-      used.insert(argument.c_name);
-    }
-  return true;
+  return given_first(op.arguments, [&](const Field &argument) {
+    std::string &c = named[argument.name];
+    if (!choose(Kind::argument,
+                "operation " + op.name + ", argument " + argument.name,
+                argument.name, argument.given_c_name, free, &c))
+      return false;
+    used.insert(c);
+    return true;
+  });
 }
 
-bool Namer::check_operation(const Operation &op) {
-  const std::string where = "operation " + op.name;
-  if (!plain_identifier(op.name))
-    return refuse(where, "\"" + op.name + "\" is not a C identifier");
-  if (library_name(op.name))
-    return refuse(where, "\"" + op.name + "\" is a name of the library");
-  if (system_macro(op.name) || system_global(op.name))
+bool Namer::check_operation(const std::string &name) {
+  const std::string where = "operation " + name;
+  if (!plain_identifier(name))
+    return refuse(where, "\"" + name + "\" is not a C identifier");
+  if (library_name(name))
+    return refuse(where, "\"" + name + "\" is a name of the library");
+  if (system_macro(name) || system_global(name))
     return refuse(where,
-                  "\"" + op.name + "\" is a name of the C library or a macro");
-  if (helper_name(op.name) ||
-      listed(std::begin(member_names), std::end(member_names), op.name) ||
-      listed(std::begin(local_names), std::end(local_names), op.name))
-    return refuse(where, "\"" + op.name + "\" is a name of the generated code");
-  if (functions_.count(op.name) != 0)
-    return refuse(where, "\"" + op.name + "\" is a record's name");
-  functions_.insert(op.name);
+                  "\"" + name + "\" is a name of the C library or a macro");
+  if (helper_name(name) || member_name(name) || local_name(name))
+    return refuse(where, "\"" + name + "\" is a name of the generated code");
+  if (functions_.count(name) != 0)
+    return refuse(where, "\"" + name + "\" is a record's name");
+  functions_.insert(name);
   return true;
 }
 
@@ -301,79 +262,54 @@ bool Namer::check_operation(const Operation &op) {
 std::string Namer::c_text(const Type &type) const {
   if (!type.element.empty())
     return type.name + "_" + c_text(type.element[0]);
-  auto record = c_names_.find(type.name);
-  return record != c_names_.end() ? record->second : type.name;
+  auto record = names_->records.find(type.name);
+  return record != names_->records.end() ? record->second.c_name : type.name;
 }
 
 /* Container types get R_read-like text readers: "List_Long_read". */
-void Namer::name_readers(const Type &type, Schema *schema) {
+void Namer::name_readers(const Type &type) {
   if (type.element.empty())
     return;
-  name_readers(type.element[0], schema);
-  if (schema->container_readers.count(type_text(type)) != 0)
+  name_readers(type.element[0]);
+  std::string &reader = names_->readers[type_text(type)];
+  if (!reader.empty())
     return;
-  std::string base = c_text(type) + "_read";
-  int n = 1;
-  while (functions_.count(numbered(base, n)) != 0 ||
-         library_name(numbered(base, n)))
-    n++;
-  schema->container_readers[type_text(type)] = numbered(base, n);
-  functions_.insert(numbered(base, n));
+  reader = first_free(c_text(type) + "_read", [&](const std::string &name) {
+    return functions_.count(name) != 0 || library_name(name);
+  });
+  functions_.insert(reader);
 }
 
-bool Namer::name_all_but_operations(Schema *schema) {
-  for (int pass = 0; pass < 2; pass++)
-    for (Record &record : schema->records)
-      if (record.given == (pass == 0) && !name_record(&record, record.given))
-        return false;
-  for (Record &record : schema->records)
-    if (!name_fields(&record))
+bool Namer::name_all_but_operations(const Schema &schema) {
+  if (!given_first(schema.records,
+                   [&](const Record &record) { return name_record(record); }))
+    return false;
+  for (const Record &record : schema.records)
+    if (!name_fields(record))
       return false;
-  for (Operation &op : schema->operations)
-    if (!name_arguments(&op))
+  for (const Operation &op : schema.operations)
+    if (!name_arguments(op))
       return false;
-  for (const Record &record : schema->records)
-    for (const Field &field : record.fields)
-      name_readers(field.type, schema);
-  for (const Operation &op : schema->operations) {
-    for (const Field &argument : op.arguments)
-      name_readers(argument.type, schema);
-    for (const Type &result : op.result)
-      name_readers(result, schema);
-  }
+  for (const Type &type : used_types(schema))
+    name_readers(type);
   return true;
 }
 
-bool Namer::run(Schema *schema) {
+bool Namer::run(const Schema &schema) {
   if (!name_all_but_operations(schema))
     return false;
-  for (const Operation &op : schema->operations)
-    if (!check_operation(op))
+  for (const Operation &op : schema.operations)
+    if (!check_operation(op.name))
       return false;
   return true;
 }
 
 std::string Namer::free_operation_name(const std::string &base) {
-  Operation op;
-  op.name = base;
-  for (int n = 2; !check_operation(op); n++)
-    op.name = numbered(base, n);
-  return op.name;
-}
-
-void append_escape(std::string *out, unsigned char c, const char *format) {
-  char text[8];
-  snprintf(text, sizeof text, format, c);
-  *out += text;
+  return first_free(
+      base, [&](const std::string &name) { return !check_operation(name); });
 }
 
 } // namespace
-
-bool keyword(const std::string &name) {
-  return std::binary_search(
-      std::begin(keywords), std::end(keywords), name,
-      [](const std::string &a, const std::string &b) { return a < b; });
-}
 
 bool plain_identifier(const std::string &name) {
   if (name.empty() || name[0] == '_' || (name[0] >= '0' && name[0] <= '9') ||
@@ -382,76 +318,61 @@ bool plain_identifier(const std::string &name) {
   return std::all_of(name.begin(), name.end(), ascii_word);
 }
 
-bool assign_c_names(Schema *schema, std::string *error) {
-  return Namer(error).run(schema);
+std::string accessor(const std::string &record, const char *verb,
+                     const std::string &field) {
+  return lower(record) + verb + capitalized(field);
 }
 
-std::string numbered(const std::string &name, int n) {
-  if (n == 1)
-    return name;
-  return name + (name.back() == '_' ? "" : "_") + std::to_string(n);
+std::string unknown_accessor(const std::string &record) {
+  return lower(record) + "_unknownMembers";
 }
 
-void free_operation_names(Schema *schema) {
+std::string first_free(const std::string &base,
+                       const std::function<bool(const std::string &)> &taken) {
+  for (int n = 1;; n++)
+    if (!taken(numbered(base, n)))
+      return numbered(base, n);
+}
+
+const std::string &Names::record(const Record &record) const {
+  return records.at(record.name).c_name;
+}
+
+const std::string &Names::field(const Record &record,
+                                const Field &field) const {
+  return records.at(record.name).fields.at(field.name);
+}
+
+const std::string &Names::argument(const Operation &op,
+                                   const Field &argument) const {
+  return arguments.at(op.name).at(argument.name);
+}
+
+const std::string &Names::reader(const Type &container) const {
+  return readers.at(type_text(container));
+}
+
+bool name_schema(const Schema &schema, Names *names, std::string *error) {
+  return Namer(names, error).run(schema);
+}
+
+std::vector<std::string> free_operation_names(const Schema &schema) {
+  Names names;
   std::string refusals; /* the names passed over */
-  Namer namer(&refusals);
+  Namer namer(&names, &refusals);
   namer.name_all_but_operations(schema);
-  for (Operation &op : schema->operations)
-    op.name = namer.free_operation_name(op.name);
+  std::vector<std::string> free;
+  for (const Operation &op : schema.operations)
+    free.push_back(namer.free_operation_name(op.name));
+  return free;
 }
 
 std::string operation_name(const std::string &path) {
   std::string name = derived(path);
   bool taken = keyword(name) || library_name(name) || system_macro(name) ||
-               system_global(name) || helper_name(name) ||
-               listed(std::begin(member_names), std::end(member_names), name) ||
-               listed(std::begin(local_names), std::end(local_names), name);
+               system_global(name) || helper_name(name) || member_name(name) ||
+               local_name(name);
   return taken ? name + "_" : name;
-}
-
-std::string c_literal(const std::string &text) {
-  std::string out = "\"";
-  for (char c : text) {
-    auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\')
-      out += std::string("\\") + c;
-    else if (byte >= ' ' && byte <= '~')
-      out += c;
-    else
-      append_escape(&out, byte, "\\%03o"); /* octal stops after 3 digits */
-  }
-  return out + "\"";
-}
-
-std::string comment_quoted(const std::string &text) {
-  std::string out = "\"";
-  for (size_t i = 0; i < text.size(); i++) {
-    auto byte = static_cast<unsigned char>(text[i]);
-    if (text[i] == '"' || text[i] == '\\')
-      out += std::string("\\") + text[i];
-    else if (byte < ' ' || byte == 0x7f)
-      append_escape(&out, byte, "\\u%04x");
-    else if (text[i] == '/' && i > 0 && text[i - 1] == '*')
-      out += "\\/";
-    else
-      out += text[i];
-  }
-  return out + "\"";
-}
-
-bool utf8(const std::string &text) {
-  for (size_t i = 0; i < text.size();) {
-    auto byte = static_cast<unsigned char>(text[i]);
-    size_t extra = byte < 0x80 ? 0 : byte >= 0xf0 ? 3 : byte >= 0xe0 ? 2 : 1;
-    if ((byte >= 0x80 && byte < 0xc2) || byte > 0xf4 ||
-        i + extra + 1 > text.size())
-      return false;
-    for (size_t k = 1; k <= extra; k++)
-      if ((static_cast<unsigned char>(text[i + k]) & 0xc0) != 0x80)
-        return false;
-    i += extra + 1;
-  }
-  return true;
 }
 
 } // namespace velmora_gen

@@ -1,11 +1,11 @@
 #include "schema.h"
 
 #include <algorithm>
-#include <cctype>
 #include <set>
 
+#include "escapes.h"
 #include "json_order.h"
-#include "names.h"
+#include "types.h"
 
 namespace velmora_gen {
 
@@ -30,7 +30,7 @@ std::string shown(const std::string &name) {
 /* A record's type text would read as another type. */
 bool library_type(const std::string &name) {
   Type type;
-  return builtin_type(name) || name == "List" || name == "Dict" ||
+  return base_type(name) != nullptr || name == "List" || name == "Dict" ||
          name == "ResultSet" || !parse_type(name, &type) ||
          !type.element.empty();
 }
@@ -77,7 +77,7 @@ bool SchemaReader::wire_ok(const std::string &where, const std::string &name) {
 bool SchemaReader::known(const Type &type) const {
   if (!type.element.empty())
     return known(type.element[0]);
-  return builtin_type(type.name) || records_.count(type.name) != 0;
+  return base_type(type.name) != nullptr || records_.count(type.name) != 0;
 }
 
 bool SchemaReader::type_ok(const std::string &where, const Json::Value &text,
@@ -110,8 +110,8 @@ bool SchemaReader::read_field(const std::string &where,
   if (!texts_ok(where, written, {"type", "c_name", "doc"}) ||
       !type_ok(where, written["type"], &field->type))
     return false;
-  field->given = written.isMember("c_name");
-  field->c_name = written["c_name"].asString();
+  if (written.isMember("c_name"))
+    field->given_c_name = written["c_name"].asString();
   field->doc = written["doc"].asString();
   return true;
 }
@@ -143,8 +143,8 @@ bool SchemaReader::read_record(const std::string &name,
     if (!texts_ok(where + ": ", object, {"fields", "c_name", "doc"}))
       return false;
     fields = &object["fields"];
-    record.given = object.isMember("c_name");
-    record.c_name = object["c_name"].asString();
+    if (object.isMember("c_name"))
+      record.given_c_name = object["c_name"].asString();
     record.doc = object["doc"].asString();
   }
   if (!read_fields(where, *fields, &record.fields))
@@ -210,25 +210,29 @@ bool SchemaReader::read(const Json::Value &top, Schema *schema) {
   for (const std::string &name : ordered_members(operations))
     if (!read_operation(name, operations[name], schema))
       return false;
-  if (assign_c_names(schema, error_))
-    return true;
-  *error_ = file_ + ": " + *error_;
-  return false;
+  return true;
 }
 
 } // namespace
-
-std::string lower(std::string text) {
-  for (char &c : text)
-    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-  return text;
-}
 
 bool read_schema(const std::string &file, Schema *schema, std::string *error) {
   Json::Value top;
   if (!read_json_file(file, &top, error))
     return false;
   return SchemaReader(file, error).read(top, schema);
+}
+
+std::vector<Type> used_types(const Schema &schema) {
+  std::vector<Type> types;
+  for (const Record &record : schema.records)
+    for (const Field &field : record.fields)
+      types.push_back(field.type);
+  for (const Operation &op : schema.operations) {
+    for (const Field &argument : op.arguments)
+      types.push_back(argument.type);
+    types.insert(types.end(), op.result.begin(), op.result.end());
+  }
+  return types;
 }
 
 } // namespace velmora_gen

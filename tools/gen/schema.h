@@ -2,7 +2,7 @@
 #ifndef VELMORA_GEN_SCHEMA_H
 #define VELMORA_GEN_SCHEMA_H
 
-#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,21 +15,22 @@ struct Type {
   std::vector<Type> element;
 };
 
-/* `name` is the wire name, sent and read as it stands; `c_name` the
- * identifier generated code gives it (the schema's own when `given`). */
+/* `name` is the wire name, sent and read as it stands; `given_c_name` the
+ * identifier the schema asks generated code to give it, if any (names.h
+ * gives every item its identifier). */
 struct Field {
   std::string name;
   Type type;
-  std::string c_name, doc;
-  bool given = false;
+  std::string doc;
+  std::optional<std::string> given_c_name;
 };
 
 /* A record's `name` is its "__type__"; field types name records by it. */
 struct Record {
   std::string name;
   std::vector<Field> fields;
-  std::string c_name, doc;
-  bool given = false;
+  std::string doc;
+  std::optional<std::string> given_c_name;
 };
 
 struct Operation {
@@ -43,36 +44,15 @@ struct Operation {
 struct Schema {
   std::vector<Record> records;
   std::vector<Operation> operations;
-  /* The text reader of each container type, by its type text. */
-  std::map<std::string, std::string> container_readers;
 };
 
 /* Reads and checks `file`; on failure `error` holds one line naming the
  * record or operation and the field. Members keep the order written. */
 bool read_schema(const std::string &file, Schema *schema, std::string *error);
 
-/* The text of `type` as a schema writes it: "List<Dict<Long>>". */
-std::string type_text(const Type &type);
-
-/* Parses a type text: "List<T>", "Dict<T>", "ResultSet<T>" or else a
- * name as it stands; false when it is not well formed. Names are not
- * checked here. */
-bool parse_type(const std::string &text, Type *type);
-
-/* True for the library's own type, function and structure names, which a
- * generated name must not take. */
-bool library_name(const std::string &name);
-/* True for a macro of the headers generated code includes. */
-bool system_macro(const std::string &name);
-/* True for a file-scope name of the C library (a function, type or
- * variable) those headers declare. */
-bool system_global(const std::string &name);
-
-/* `text` in lower case: the prefix of a record's accessors. */
-std::string lower(std::string text);
-
-/* The base types every schema may use. */
-bool builtin_type(const std::string &name);
+/* The types of every field, argument and result, in schema order: the
+ * records' fields, then each operation's arguments and result. */
+std::vector<Type> used_types(const Schema &schema);
 
 } // namespace velmora_gen
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "container_writer.h"
+#include "escapes.h"
 #include "layout.h"
 #include "names.h"
 #include "writers.h"
@@ -15,20 +16,22 @@ std::string wire(const std::string &name) {
   return c_literal(name) + "sv";
 }
 
-std::string deleter_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string deleter_text(const Record &record, const Names &names,
+                         const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string text =
       declaration("void", r + "_deleter(", {"void *value"}, ") {") +
       assignment("  ", "auto *record", "static_cast<" + r + " *>(value);") +
       "  if (record == nullptr)\n    return;\n";
   for (const Field &field : record.fields)
     text += call("  ", catalog.info(field.type).deleter + "(",
-                 {"record->" + field.c_name}, ");");
+                 {"record->" + names.field(record, field)}, ");");
   return text + "  delete record->unknown_members;\n  free(record);\n}\n";
 }
 
-std::string reader_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string reader_text(const Record &record, const Names &names,
+                        const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string text =
       declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
                   ") {") +
@@ -39,11 +42,12 @@ std::string reader_text(const Record &record, const Catalog &catalog) {
       "    const Json::Value &properties = in[\"__properties__\"];\n";
   std::vector<std::string> keep{"properties", "&record->unknown_members"};
   for (const Field &field : record.fields) {
-    text += call("    ", "if (!velmora::detail::read_field(",
-                 {"properties", wire(field.name),
-                  catalog.info(field.type).reader, "&record->" + field.c_name},
-                 "))") +
-            "      return nullptr;\n";
+    text +=
+        call("    ", "if (!velmora::detail::read_field(",
+             {"properties", wire(field.name), catalog.info(field.type).reader,
+              "&record->" + names.field(record, field)},
+             "))") +
+        "      return nullptr;\n";
     keep.push_back(wire(field.name));
   }
   return text + call("    ", "velmora::detail::keep_unknown(", keep, ");") +
@@ -51,8 +55,9 @@ std::string reader_text(const Record &record, const Catalog &catalog) {
          "  }\n  return record.release();\n}\n";
 }
 
-std::string writer_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string writer_text(const Record &record, const Names &names,
+                        const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string text =
       declaration("Json::Value *", r + "_serialize(",
                   {"void *value", "Json::Value &out"}, ") {") +
@@ -63,19 +68,20 @@ std::string writer_text(const Record &record, const Catalog &catalog) {
       "  Json::Value &properties = out[\"__properties__\"];\n"
       "  properties = Json::Value(Json::objectValue);\n";
   for (const Field &field : record.fields)
-    text +=
-        call("  ", "velmora::detail::write_field(",
-             {"properties", wire(field.name),
-              catalog.info(field.type).serializer, "record->" + field.c_name},
-             ");");
+    text += call("  ", "velmora::detail::write_field(",
+                 {"properties", wire(field.name),
+                  catalog.info(field.type).serializer,
+                  "record->" + names.field(record, field)},
+                 ");");
   return text +
          "  velmora::detail::write_unknown(properties, "
          "record->unknown_members);\n" +
          "  return &out;\n}\n";
 }
 
-std::string copier_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string copier_text(const Record &record, const Names &names,
+                        const Catalog &catalog) {
+  const std::string &r = names.record(record);
   std::string text =
       declaration("void", r + "_copier(", {"void **slot", "void *value"},
                   ") {") +
@@ -87,8 +93,9 @@ std::string copier_text(const Record &record, const Catalog &catalog) {
       "  if (copy == nullptr)\n    return;\n";
   for (const Field &field : record.fields)
     text += call("  ", "if (!velmora::detail::copy_field(",
-                 {catalog.info(field.type).copier, "record->" + field.c_name,
-                  "&copy->" + field.c_name},
+                 {catalog.info(field.type).copier,
+                  "record->" + names.field(record, field),
+                  "&copy->" + names.field(record, field)},
                  "))") +
             "    return;\n";
   return text +
@@ -97,17 +104,19 @@ std::string copier_text(const Record &record, const Catalog &catalog) {
          "    return;\n  *slot = copy.release();\n}\n";
 }
 
-std::string operations_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
+std::string operations_text(const Record &record, const Names &names,
+                            const Catalog &catalog) {
+  const std::string &r = names.record(record);
   return declaration(r + " *", r + "_new(", {"void"}, ") {") +
          "  return velmora::detail::new_record<" + r + ">();\n}\n\n" +
-         deleter_text(record, catalog) + "\n" + reader_text(record, catalog) +
-         "\n" + writer_text(record, catalog) + "\n" +
-         copier_text(record, catalog);
+         deleter_text(record, names, catalog) + "\n" +
+         reader_text(record, names, catalog) + "\n" +
+         writer_text(record, names, catalog) + "\n" +
+         copier_text(record, names, catalog);
 }
 
-std::string getter_body(const Field &field, const TypeInfo &info) {
-  const std::string member = "self->" + field.c_name;
+std::string getter_body(const std::string &c_name, const TypeInfo &info) {
+  const std::string member = "self->" + c_name;
   if (info.access == Access::scalar)
     return "  if (self == nullptr)\n    return 0;\n" +
            call("  ", "return velmora::detail::get_number(", {member, "value"},
@@ -119,7 +128,7 @@ std::string getter_body(const Field &field, const TypeInfo &info) {
   return text + "  return " + member + ";\n";
 }
 
-std::string setter_body(const Field &field, const TypeInfo &info) {
+std::string setter_body(const std::string &c_name, const TypeInfo &info) {
   std::string set = "velmora::detail::set_field(";
   if (info.access == Access::scalar)
     set = "velmora::detail::set_number(";
@@ -127,47 +136,51 @@ std::string setter_body(const Field &field, const TypeInfo &info) {
     set = "velmora::detail::set_in_cell(";
   return "  if (self != nullptr)\n" +
          call("    ", set,
-              {"&self->" + field.c_name, "value", info.copier, info.deleter},
-              ");");
+              {"&self->" + c_name, "value", info.copier, info.deleter}, ");");
 }
 
-std::string accessors_text(const Record &record, const Catalog &catalog) {
-  std::string text = "\n" + unknown_declaration(record, " {") +
+std::string accessors_text(const Record &record, const Names &names,
+                           const Catalog &catalog) {
+  const std::string &r = names.record(record);
+  std::string text = "\n" + unknown_declaration(r, " {") +
                      "  return self == nullptr ? nullptr : "
                      "self->unknown_members;\n}\n";
   for (const Field &field : record.fields) {
+    const std::string &f = names.field(record, field);
     TypeInfo info = catalog.info(field.type);
-    text += "\n" + getter_declaration(record, field, info, "self", " {") +
-            getter_body(field, info) + "}\n\n" +
-            setter_declaration(record, field, info, "self", "value", " {") +
-            setter_body(field, info) + "}\n";
+    text += "\n" + getter_declaration(r, f, info, "self", " {") +
+            getter_body(f, info) + "}\n\n" +
+            setter_declaration(r, f, info, "self", "value", " {") +
+            setter_body(f, info) + "}\n";
     if (!field.type.element.empty())
-      text += "\n" + new_declaration(record, field, info, " {") +
+      text += "\n" + new_declaration(r, f, info, " {") +
               call("  ", "return ", {catalog.maker(field.type) + "()"}, ";") +
               "}\n";
   }
   return text;
 }
 
-std::string argument_text(const Field &argument, const TypeInfo &info) {
+std::string argument_text(const Field &argument, const std::string &c_name,
+                          const TypeInfo &info) {
   std::string write = "velmora::detail::write_field(";
   if (info.access == Access::scalar)
     write = "velmora::detail::write_number<" + info.c_type + ">(";
   else if (info.access == Access::cell_text)
     write = "velmora::detail::write_in_cell<" + info.c_type + ">(";
-  return call(
-      "    ", write,
-      {"request", wire(argument.name), info.serializer, argument.c_name}, ");");
+  return call("    ", write,
+              {"request", wire(argument.name), info.serializer, c_name}, ");");
 }
 
-std::string operation_text(const Operation &op, const Catalog &catalog) {
-  std::string text = operation_declaration(op, catalog, " {");
+std::string operation_text(const Operation &op, const Names &names,
+                           const Catalog &catalog) {
+  std::string text = operation_declaration(op, names, catalog, " {");
   if (!op.result.empty())
     text += "  if (result != nullptr)\n    *result = nullptr;\n";
   text += "  std::string body, reply;\n  try {\n"
           "    Json::Value request(Json::objectValue);\n";
   for (const Field &argument : op.arguments)
-    text += argument_text(argument, catalog.info(argument.type));
+    text += argument_text(argument, names.argument(op, argument),
+                          catalog.info(argument.type));
   text += "    body = velmora::detail::request_text(request);\n"
           "  } catch (const std::exception &) {\n    return -1;\n  }\n" +
           call("  ", "int code = send_request(",
@@ -191,28 +204,20 @@ bool compact_field(const Field &field, std::string *before,
   for (unsigned char byte : field.name)
     if (byte < 0x20 || byte > 0x7e || byte == '"' || byte == '\\')
       return false;
-  const std::string &type = field.type.name;
+  const BaseType *base = base_type(field.type.name);
+  if (base == nullptr || base->reader[0] == '\0')
+    return false;
   *before = "\"" + field.name + "\":";
-  if (type == "Unicode" || type == "Integer" || type == "Boolean") {
-    *reader = type == "Unicode" ? "text" : lower(type);
-  } else {
-    for (const char *scalar :
-         {"Long", "ULong", "Double", "Time", "Date", "IP", "Ciphered"})
-      if (type == scalar)
-        *reader = lower(type);
-    if (reader->empty())
-      return false;
-    /* The library writes a ULong as a "Long". */
-    std::string written = type == "ULong" ? "Long" : type;
-    *before += "{\"__type__\":\"" + written + "\",\"__value__\":";
-  }
-  *reader = "velmora::detail::compact_" + *reader;
+  if (!base->native)
+    *before +=
+        "{\"__type__\":\"" + std::string(base->wire) + "\",\"__value__\":";
+  *reader = std::string("velmora::detail::compact_") + base->reader;
   return true;
 }
 
 /* R_compact: a record's fields in the order jsoncpp writes them (bytes of
  * the keys ascending), when each is a scalar; empty otherwise. */
-std::string compact_table(const Record &record) {
+std::string compact_table(const Record &record, const Names &names) {
   std::vector<const Field *> order;
   for (const Field &field : record.fields)
     order.push_back(&field);
@@ -225,19 +230,21 @@ std::string compact_table(const Record &record) {
       return "";
     rows += call("    ", "{",
                  {c_literal((rows.empty() ? "" : ",") + before) + "sv", reader,
-                  "offsetof(" + record.c_name + ", " + field->c_name + ")"},
+                  "offsetof(" + names.record(record) + ", " +
+                      names.field(record, *field) + ")"},
                  "},");
   }
   if (rows.empty())
     return "";
-  return "const velmora::detail::CompactField " + record.c_name +
+  return "const velmora::detail::CompactField " + names.record(record) +
          "_compact[] = {\n" + rows + "};\n\n";
 }
 
 /* R_fields and R_fast: a record read from JSON text, field by field. */
-std::string fast_text(const Record &record, const Catalog &catalog) {
-  const std::string &r = record.c_name;
-  std::string compact = compact_table(record);
+std::string fast_text(const Record &record, const Names &names,
+                      const Catalog &catalog) {
+  const std::string &r = names.record(record);
+  std::string compact = compact_table(record, names);
   std::vector<std::string> arguments = {
       "c",           r + "_new",         r + "_deleter",
       r + "_fields", r + "_deserialize", "out"};
@@ -249,10 +256,11 @@ std::string fast_text(const Record &record, const Catalog &catalog) {
       ") {");
   for (const Field &field : record.fields) {
     TypeInfo info = catalog.info(field.type);
-    text +=
-        "  if (name == " + wire(field.name) + ")\n" +
-        call("    ", "return velmora::detail::field(",
-             {"c", info.fast, info.reader, "&record->" + field.c_name}, ");");
+    text += "  if (name == " + wire(field.name) + ")\n" +
+            call("    ", "return velmora::detail::field(",
+                 {"c", info.fast, info.reader,
+                  "&record->" + names.field(record, field)},
+                 ");");
   }
   return text +
          call("  ", "return velmora::detail::unknown(",
@@ -271,35 +279,33 @@ std::string text_reader(const std::string &c_type, const std::string &name,
          "}\n";
 }
 
-std::string text_readers(const Schema &schema, const Catalog &catalog) {
+std::string text_readers(const Names &names, const Catalog &catalog) {
   std::string text;
   for (const Type &type : catalog.containers()) {
     TypeInfo info = catalog.info(type);
-    text +=
-        "\n" + text_reader(info.c_type,
-                           schema.container_readers.at(type_text(type)), info);
+    text += "\n" + text_reader(info.c_type, names.reader(type), info);
   }
   return text;
 }
 
 } // namespace
 
-std::string source_text(const Schema &schema, const Catalog &catalog,
-                        const std::string &base) {
+std::string source_text(const Schema &schema, const Names &names,
+                        const Catalog &catalog, const std::string &base) {
   std::string body;
   for (const Record &record : schema.records)
-    body += "\n" + operations_text(record, catalog) +
-            accessors_text(record, catalog) + "\n" +
-            text_reader(record.c_name, record.c_name + "_read",
+    body += "\n" + operations_text(record, names, catalog) +
+            accessors_text(record, names, catalog) + "\n" +
+            text_reader(names.record(record), names.record(record) + "_read",
                         catalog.info(Type{record.name, {}}));
-  body += text_readers(schema, catalog);
+  body += text_readers(names, catalog);
   std::string declarations, fast;
   for (const Record &record : schema.records) {
-    declarations += fast_declaration(record.c_name, ";");
-    fast += "\n" + fast_text(record, catalog);
+    declarations += fast_declaration(names.record(record), ";");
+    fast += "\n" + fast_text(record, names, catalog);
   }
   for (const Operation &op : schema.operations)
-    body += "\n" + operation_text(op, catalog);
+    body += "\n" + operation_text(op, names, catalog);
   return comment("", "Generated by velmora-gen from " + base +
                          ".json: edit the schema, not this file.") +
          "#include \"" + base +

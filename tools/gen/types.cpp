@@ -1,37 +1,27 @@
 #include "types.h"
 
+#include "names.h"
+
 namespace velmora_gen {
 
 namespace {
 
-struct Scalar {
-  const char *name, *c_type;
-};
-
-const Scalar scalars[] = {{"Long", "int64_t"},   {"ULong", "uint64_t"},
-                          {"Double", "double"},  {"Time", "int64_t"},
-                          {"Date", "int64_t"},   {"Integer", "int32_t"},
-                          {"Boolean", "int32_t"}};
-
-bool native(const std::string &name) {
-  return name == "Unicode" || name == "Integer" || name == "Boolean";
-}
+const BaseType base_types[] = {
+    {"Long", "Long", Access::scalar, "int64_t", "long", false},
+    {"ULong", "Long", Access::scalar, "uint64_t", "ulong", false},
+    {"Double", "Double", Access::scalar, "double", "double", false},
+    {"Time", "Time", Access::scalar, "int64_t", "time", false},
+    {"Date", "Date", Access::scalar, "int64_t", "date", false},
+    {"Integer", "Integer", Access::scalar, "int32_t", "integer", true},
+    {"Boolean", "Boolean", Access::scalar, "int32_t", "boolean", true},
+    {"Unicode", "Unicode", Access::text, "", "text", true},
+    {"IP", "IP", Access::cell_text, "", "ip", false},
+    {"Ciphered", "Ciphered", Access::cell_text, "", "ciphered", false},
+    {"Blob", "Blob", Access::handle, "", "", false},
+    {"Ordering", "Ordering", Access::handle, "", "", false},
+    {"ListInfo", "ListInfo", Access::handle, "", "", false}};
 
 /* The four operations of a base type, or of a record named `name` in C. */
-/* The library's scalars the fast road reads itself; the others it leaves to
- * their deserializers. */
-std::string fast_reader(const std::string &name) {
-  for (const char *scalar : {"Long", "ULong", "Double", "Time", "Date", "IP",
-                             "Ciphered", "Integer", "Boolean"})
-    if (name == scalar)
-      return "velmora::detail::fast_" + lower(name);
-  if (name == "Unicode")
-    return "velmora::detail::fast_text";
-  if (name == "Blob" || name == "Ordering" || name == "ListInfo")
-    return "velmora::detail::fast_none";
-  return name + "_fast";
-}
-
 TypeInfo base_info(const std::string &name) {
   TypeInfo info{name,
                 name + "_deleter",
@@ -39,35 +29,41 @@ TypeInfo base_info(const std::string &name) {
                 name + "_serialize",
                 name + "_deserialize",
                 "",
-                fast_reader(name),
-                name == "ULong" ? "Long" : name,
+                name + "_fast",
+                name,
                 Access::handle};
-  for (const Scalar &scalar : scalars)
-    if (name == scalar.name) {
-      info.access = Access::scalar;
-      info.scalar = scalar.c_type;
-    }
-  if (name == "Integer" || name == "Boolean") {
-    std::string lower = name == "Integer" ? "integer" : "boolean";
-    info.serializer = "velmora::detail::write_" + lower;
-    info.reader = "velmora::detail::read_" + lower;
-  } else if (name == "Unicode") {
+  const BaseType *base = base_type(name);
+  if (base == nullptr)
+    return info;
+  std::string reader = base->reader[0] == '\0' ? "none" : base->reader;
+  info.fast = "velmora::detail::fast_" + reader;
+  info.wire = base->wire;
+  info.access = base->access;
+  info.scalar = base->scalar;
+  if (base->access == Access::text)
     info = {"char",
             "string_deleter",
             "velmora::detail::copy_text",
             "velmora::detail::write_text",
             "string_deserialize",
             "",
-            fast_reader(name),
+            info.fast,
             name,
             Access::text};
-  } else if (name == "IP" || name == "Ciphered") {
-    info.access = Access::cell_text;
-  }
+  else if (base->native)
+    info.serializer = "velmora::detail::write_" + reader,
+    info.reader = "velmora::detail::read_" + reader;
   return info;
 }
 
 } // namespace
+
+const BaseType *base_type(const std::string &name) {
+  for (const BaseType &base : base_types)
+    if (name == base.name)
+      return &base;
+  return nullptr;
+}
 
 std::string type_text(const Type &type) {
   if (type.element.empty())
@@ -92,18 +88,9 @@ bool parse_type(const std::string &text, Type *type) {
                     &type->element[0]);
 }
 
-Catalog::Catalog(const Schema &schema) {
-  for (const Record &record : schema.records)
-    records_[record.name] = record.c_name;
-  for (const Record &record : schema.records)
-    for (const Field &field : record.fields)
-      add(field.type);
-  for (const Operation &op : schema.operations) {
-    for (const Field &argument : op.arguments)
-      add(argument.type);
-    for (const Type &result : op.result)
-      add(result);
-  }
+Catalog::Catalog(const Schema &schema, const Names &names) : names_(names) {
+  for (const Type &type : used_types(schema))
+    add(type);
 }
 
 void Catalog::add(const Type &type) {
@@ -137,9 +124,9 @@ std::string Catalog::maker(const Type &container) const {
 }
 
 TypeInfo Catalog::info(const Type &type) const {
-  auto record = records_.find(type.name);
-  if (type.element.empty() && record != records_.end()) {
-    TypeInfo info = base_info(record->second);
+  auto record = names_.records.find(type.name);
+  if (type.element.empty() && record != names_.records.end()) {
+    TypeInfo info = base_info(record->second.c_name);
     info.wire = type.name;
     return info;
   }
@@ -159,7 +146,8 @@ TypeInfo Catalog::info(const Type &type) const {
 
 std::vector<std::string> Catalog::element_ops(const Type &element) const {
   TypeInfo e = info(element);
-  if (element.element.empty() && native(element.name))
+  const BaseType *base = base_type(element.name);
+  if (base != nullptr && base->native)
     return {e.deleter, "nullptr", "nullptr", e.copier};
   return {e.deleter, e.reader, e.serializer, e.copier};
 }

@@ -4,30 +4,35 @@
 
 #include <string>
 
+#include "names.h"
 #include "schema.h"
 #include "types.h"
 
 namespace velmora_gen {
 
-std::string header_text(const Schema &schema, const Catalog &catalog,
-                        const std::string &base);
-std::string source_text(const Schema &schema, const Catalog &catalog,
-                        const std::string &base);
+std::string header_text(const Schema &schema, const Names &names,
+                        const Catalog &catalog, const std::string &base);
+std::string source_text(const Schema &schema, const Names &names,
+                        const Catalog &catalog, const std::string &base);
 
 /* Shared by both writers: declarations laid out as lines, ending in
- * `tail` (";" in the header, " {" before a body). */
-std::string getter_declaration(const Record &record, const Field &field,
-                               const TypeInfo &info, const std::string &self,
+ * `tail` (";" in the header, " {" before a body); `record` and `field` are
+ * C names. */
+std::string getter_declaration(const std::string &record,
+                               const std::string &field, const TypeInfo &info,
+                               const std::string &self,
                                const std::string &tail);
-std::string setter_declaration(const Record &record, const Field &field,
-                               const TypeInfo &info, const std::string &self,
+std::string setter_declaration(const std::string &record,
+                               const std::string &field, const TypeInfo &info,
+                               const std::string &self,
                                const std::string &value,
                                const std::string &tail);
 /* r_newField, the maker of a container field's empty value. */
-std::string new_declaration(const Record &record, const Field &field,
+std::string new_declaration(const std::string &record, const std::string &field,
                             const TypeInfo &info, const std::string &tail);
 /* r_unknownMembers, which lends the members no field names. */
-std::string unknown_declaration(const Record &record, const std::string &tail);
+std::string unknown_declaration(const std::string &record,
+                                const std::string &tail);
 /* R_fast, the file-local reader of a record's JSON text. */
 std::string fast_declaration(const std::string &record,
                              const std::string &tail);
@@ -35,7 +40,8 @@ std::string fast_declaration(const std::string &record,
 std::string text_reader_declaration(const std::string &c_type,
                                     const std::string &name,
                                     const std::string &tail);
-std::string operation_declaration(const Operation &op, const Catalog &catalog,
+std::string operation_declaration(const Operation &op, const Names &names,
+                                  const Catalog &catalog,
                                   const std::string &tail);
 
 } // namespace velmora_gen
