@@ -15,6 +15,8 @@
 #include <httplib.h>
 #include <json/json.h>
 
+#include "common/json_text.h"
+#include "common/recording.h"
 #include "items.h"
 #include "script.h"
 
@@ -31,10 +33,8 @@ struct Account {
 /* One recorded answer, as --replay matches and gives it. */
 struct Replayed {
   long number = 0;
-  bool json = false; /* the request body: `request` if JSON, else the text */
-  Json::Value request;
-  std::string request_text;
-  std::string reply;
+  velmora_tools::Body request;
+  std::string reply; /* its bytes as recorded */
   std::string reply_type;
 };
 /* Recorded answers by path, oldest first. */
@@ -72,8 +72,6 @@ extern thread_local Note note;
 /* Replies (main.cpp) */
 std::string render(const Json::Value &value);
 void answer_error(httplib::Response &res, int status, const std::string &why);
-/* Strict JSON; false with jsoncpp's reason, on one line, in `why`. */
-bool parse_json(const std::string &text, Json::Value *value, std::string *why);
 
 /* Command line (options.cpp): -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config);
@@ -110,11 +108,6 @@ void forward(const Config &config, const httplib::Request &req,
              const std::string &body, httplib::Response &res);
 
 /* Recording (record.cpp) */
-/* Strict JSON of any root; false when `body` is not wholly that. */
-bool body_json(const std::string &body, Json::Value *value);
-/* NNNNNN of "NNNNNN.json", or of ".NNNNNN.json.tmp" when `aside`; 0 for
- * any other name. */
-long recording_number(const char *name, bool aside);
 /* Makes the directory when missing, numbers on from what it holds and
  * drops files a stopped recorder left aside. False after saying why. */
 bool open_recording(Config *config, std::string *why);

@@ -1,7 +1,6 @@
 /* velmora-devserver: a local stand-in for the remote service, to develop,
  * demonstrate and test against. This file serves: it reads each request,
  * hands it to the concern that answers it, and logs the outcome. */
-#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -199,28 +198,6 @@ void answer_error(httplib::Response &res, int status, const std::string &why) {
   res.set_content(render(body), "application/json");
   if (note.detail.empty())
     note.detail = why;
-}
-
-bool parse_json(const std::string &text, Json::Value *value, std::string *why) {
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  try {
-    if (reader->parse(text.data(), text.data() + text.size(), value, why))
-      return true;
-  } catch (const std::exception &e) {
-    *why = e.what();
-  }
-  /* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n". */
-  std::string line;
-  for (char c : *why)
-    if (!isspace(static_cast<unsigned char>(c)) ||
-        (!line.empty() && line.back() != ' '))
-      line += isspace(static_cast<unsigned char>(c)) ? ' ' : c;
-  while (!line.empty() && line.back() == ' ')
-    line.pop_back();
-  *why = line;
-  return false;
 }
 
 } // namespace devserver

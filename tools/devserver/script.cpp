@@ -6,11 +6,8 @@
 #include <chrono>
 #include <climits>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <thread>
-
-#include <json/json.h>
 
 #include "devserver.h"
 
@@ -26,25 +23,6 @@ bool parse_number(const std::string &text, long low, long high, long *value,
     return false;
   *value = v;
   *rest = end;
-  return true;
-}
-
-bool read_json_file(const std::string &name, std::string *text,
-                    std::string *why) {
-  std::ifstream file(name, std::ios::binary);
-  std::ostringstream content;
-  if (!file || !(content << file.rdbuf())) {
-    *why = "cannot read \"" + name + "\"";
-    return false;
-  }
-  Json::Value value;
-  std::unique_ptr<Json::CharReader> reader(
-      Json::CharReaderBuilder().newCharReader());
-  *text = content.str();
-  if (!reader->parse(text->data(), text->data() + text->size(), &value, why)) {
-    *why = "\"" + name + "\" holds no JSON";
-    return false;
-  }
   return true;
 }
 
@@ -88,9 +66,17 @@ bool add_route(Script &script, const std::string &argument, std::string *why) {
     *why = "--route takes PATH=FILE, PATH starting with \"/\"";
     return false;
   }
-  std::string text;
-  if (!read_json_file(argument.substr(equals + 1), &text, why))
+  std::string name = argument.substr(equals + 1), text;
+  Json::Value value;
+  if (!velmora_tools::read_file(name, &text)) {
+    *why = "cannot read \"" + name + "\"";
     return false;
+  }
+  if (!velmora_tools::parse_json(text, velmora_tools::Strictness::lenient,
+                                 &value)) {
+    *why = "\"" + name + "\" holds no JSON";
+    return false;
+  }
   script.routes[argument.substr(0, equals)] = text;
   return true;
 }
