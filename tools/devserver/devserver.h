@@ -40,6 +40,11 @@ struct Replayed {
 /* Recorded answers by path, oldest first. */
 using Recording = std::map<std::string, std::vector<Replayed>>;
 
+/* The largest body held whole besides a request's: a forwarded reply
+ * past it is refused, and a recording notes a body past it (unless
+ * --record-limit says otherwise) by its size. */
+const size_t max_held_body = size_t{64} << 20;
+
 struct Config {
   int port = 8888;
   long clock_offset = 0;
@@ -50,9 +55,7 @@ struct Config {
   Script script;
   std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
   std::string record_dir; /* empty: nothing recorded */
-  /* Bodies larger than this are passed on but not written into a
-   * recording, which notes their size instead. */
-  size_t record_limit = size_t{64} << 20;
+  size_t record_limit = max_held_body; /* a body past it: its size alone */
   mutable std::atomic<long> next_recording{1};
   std::string replay_dir; /* empty: no replay */
   Recording replayed;
@@ -72,9 +75,16 @@ extern thread_local Note note;
 /* Replies (main.cpp) */
 std::string render(const Json::Value &value);
 void answer_error(httplib::Response &res, int status, const std::string &why);
+/* httplib adds the peer's address and port, and ours, to a request's
+ * header lines: they are not the client's. */
+bool peer_header(const std::string &name);
 
 /* Command line (options.cpp): -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config);
+/* A decimal number in [low, high]: the whole of `text`, or its start with
+ * what follows in `rest` when that is given. */
+bool parse_number(const std::string &text, long low, long high, long *value,
+                  std::string *rest = nullptr);
 
 /* Signatures and dates (auth.cpp) */
 std::string sha1_hex(const std::string &text);
@@ -95,8 +105,8 @@ void list_items(const std::vector<ItemHandle> &catalogue,
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */
 bool inject(const Config &config, const Fault &fault, httplib::Response &res);
-/* A --route's text as the reply. */
-void answer_route(const Config &config, const std::string &text,
+/* The --route's text as the reply; false when no --route names `path`. */
+bool answer_route(const Config &config, const std::string &path,
                   httplib::Response &res);
 
 /* Forwarding (relay.cpp) */

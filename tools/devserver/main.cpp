@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <strings.h>
 #include <thread>
 #include <unistd.h>
 
@@ -30,10 +31,9 @@ void answer_here(const Config &config, const std::vector<ItemHandle> &catalogue,
   int auth_error = authenticate(req, body, config);
   if (auth_error != 0)
     return refuse(config, auth_error, res);
-  auto route = config.script.routes.find(req.path);
-  if (route != config.script.routes.end()) {
-    answer_route(config, route->second, res);
-  } else if (!config.replay_dir.empty()) {
+  if (answer_route(config, req.path, res))
+    return;
+  if (!config.replay_dir.empty()) {
     replay(config, req, body, res);
   } else if (req.path == "/echo") {
     std::string type = req.get_header_value("Content-Type");
@@ -57,10 +57,8 @@ void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
     return;
   if (config.upstream.empty())
     return answer_here(config, catalogue, req, body, res);
-  auto route = config.script.routes.find(req.path);
-  if (route == config.script.routes.end())
-    return forward(config, req, body, res);
-  answer_route(config, route->second, res);
+  if (!answer_route(config, req.path, res))
+    forward(config, req, body, res);
 }
 
 /* Log text keeps to one line of ASCII whatever a client sends. */
@@ -198,6 +196,14 @@ void answer_error(httplib::Response &res, int status, const std::string &why) {
   res.set_content(render(body), "application/json");
   if (note.detail.empty())
     note.detail = why;
+}
+
+bool peer_header(const std::string &name) {
+  for (const char *peer :
+       {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"})
+    if (strcasecmp(name.c_str(), peer) == 0)
+      return true;
+  return false;
 }
 
 } // namespace devserver

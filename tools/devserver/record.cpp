@@ -38,10 +38,8 @@ void record(const Config &config, long number, const httplib::Request &req,
   velmora_tools::Exchange exchange;
   exchange.method = req.method;
   exchange.path = req.target;
-  /* httplib's own peer-address entries are not the client's. */
   for (const auto &header : req.headers)
-    if (header.first != "REMOTE_ADDR" && header.first != "REMOTE_PORT" &&
-        header.first != "LOCAL_ADDR" && header.first != "LOCAL_PORT")
+    if (!peer_header(header.first))
       exchange.request_headers.push_back(header);
   exchange.request = body;
   /* httplib makes a status left unset 200 once the handler returns. */

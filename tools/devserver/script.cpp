@@ -2,10 +2,8 @@
  * fault when its request comes. */
 #include "script.h"
 
-#include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <sstream>
 #include <thread>
 
@@ -13,18 +11,6 @@
 
 namespace devserver {
 namespace {
-
-bool parse_number(const std::string &text, long low, long high, long *value,
-                  std::string *rest) {
-  char *end;
-  errno = 0;
-  long v = strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || v < low || v > high)
-    return false;
-  *value = v;
-  *rest = end;
-  return true;
-}
 
 /* One item of a FAULT into `fault`. */
 bool fault_item(const std::string &item, Fault *fault) {
@@ -36,7 +22,7 @@ bool fault_item(const std::string &item, Fault *fault) {
   }
   if (item.rfind("status=", 0) == 0) {
     fault->kind = Fault::Kind::status;
-    if (!parse_number(item.substr(7), 100, 599, &value, &rest) || !rest.empty())
+    if (!parse_number(item.substr(7), 100, 599, &value))
       return false;
     fault->status = static_cast<int>(value);
     return true;
@@ -53,8 +39,7 @@ bool fault_item(const std::string &item, Fault *fault) {
     return rest == "s" || rest == "ms";
   }
   if (item.rfind("first=", 0) == 0)
-    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first, &rest) &&
-           rest.empty();
+    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first);
   return false;
 }
 
@@ -151,18 +136,23 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
 /* A route's text is lent to httplib rather than copied into the reply, so a
  * large page costs the server no fresh memory per request; the recorder
  * reads the reply's body, so it gets a copy. */
-void answer_route(const Config &config, const std::string &text,
+bool answer_route(const Config &config, const std::string &path,
                   httplib::Response &res) {
+  auto route = config.script.routes.find(path);
+  if (route == config.script.routes.end())
+    return false;
+  const std::string &text = route->second;
   note.detail = "ok, route";
   if (!config.record_dir.empty()) {
     res.set_content(text, "application/json");
-    return;
+    return true;
   }
   res.set_content_provider(
       text.size(), "application/json",
       [&text](size_t offset, size_t length, httplib::DataSink &sink) {
         return sink.write(text.data() + offset, length);
       });
+  return true;
 }
 
 } // namespace devserver
