@@ -1,6 +1,7 @@
 /* velmora-devserver's internals shared between its files: the settings the
- * command line gives, the note each request leaves for its log line, and
- * the functions one concern offers the others. */
+ * command line gives, the state serving keeps apart from them, the note
+ * each request leaves for its log line, and the functions one concern
+ * offers the others. */
 #ifndef VELMORA_DEVSERVER_H
 #define VELMORA_DEVSERVER_H
 
@@ -45,6 +46,7 @@ using Recording = std::map<std::string, std::vector<Replayed>>;
  * --record-limit says otherwise) by its size. */
 const size_t max_held_body = size_t{64} << 20;
 
+/* The settings the command line gives. */
 struct Config {
   int port = 8888;
   long clock_offset = 0;
@@ -56,12 +58,20 @@ struct Config {
   std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
   std::string record_dir; /* empty: nothing recorded */
   size_t record_limit = max_held_body; /* a body past it: its size alone */
-  mutable std::atomic<long> next_recording{1};
-  std::string replay_dir; /* empty: no replay */
-  Recording replayed;
+  std::string replay_dir;              /* empty: no replay */
 };
 
 using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
+
+/* What the server holds besides its settings, made before the first
+ * request: the atomics change while serving, the rest is only read. */
+struct State {
+  std::vector<ItemHandle> catalogue;
+  Recording replayed;
+  std::atomic<long> next_recording{1}; /* of --record's next file */
+  FaultCounts fault_counts;
+  std::atomic<bool> stopping{false};
+};
 
 /* The outcome of a request, as the log line tells it. */
 struct Note {
@@ -104,7 +114,8 @@ void list_items(const std::vector<ItemHandle> &catalogue,
 
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */
-bool inject(const Config &config, const Fault &fault, httplib::Response &res);
+bool inject(const Config &config, State &state, const Fault &fault,
+            httplib::Response &res);
 /* The --route's text as the reply; false when no --route names `path`. */
 bool answer_route(const Config &config, const std::string &path,
                   httplib::Response &res);
@@ -119,15 +130,16 @@ void forward(const Config &config, const httplib::Request &req,
 
 /* Recording (record.cpp) */
 /* Makes the directory when missing, numbers on from what it holds and
- * drops files a stopped recorder left aside. False after saying why. */
-bool open_recording(Config *config, std::string *why);
+ * drops files a stopped recorder left aside. False with the reason in
+ * `why`. */
+bool open_recording(const Config &config, State *state, std::string *why);
 void record(const Config &config, long number, const httplib::Request &req,
             const std::string &body, const httplib::Response &res);
 
 /* Replaying (replay.cpp) */
-bool load_replay(Config *config, std::string *why);
+bool load_replay(const Config &config, State *state, std::string *why);
 /* The recorded answer for the request; 404 naming a path never answered. */
-void replay(const Config &config, const httplib::Request &req,
+void replay(const Recording &replayed, const httplib::Request &req,
             const std::string &body, httplib::Response &res);
 
 } // namespace devserver

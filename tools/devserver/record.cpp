@@ -10,8 +10,8 @@
 
 namespace devserver {
 
-bool open_recording(Config *config, std::string *why) {
-  const std::string &dir = config->record_dir;
+bool open_recording(const Config &config, State *state, std::string *why) {
+  const std::string &dir = config.record_dir;
   if (mkdir(dir.c_str(), 0777) != 0 && errno != EEXIST) {
     *why = "cannot make \"" + dir + "\": " + strerror(errno);
     return false;
@@ -29,7 +29,7 @@ bool open_recording(Config *config, std::string *why) {
     if (velmora_tools::recording_number(entry->d_name, true) != 0)
       unlink((dir + "/" + entry->d_name).c_str());
   }
-  config->next_recording = highest + 1;
+  state->next_recording = highest + 1;
   return true;
 }
 

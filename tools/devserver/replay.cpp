@@ -42,8 +42,8 @@ bool same_body(const Replayed &entry, bool json, const Json::Value &value,
 
 } // namespace
 
-bool load_replay(Config *config, std::string *why) {
-  const std::string &dir = config->replay_dir;
+bool load_replay(const Config &config, State *state, std::string *why) {
+  const std::string &dir = config.replay_dir;
   std::unique_ptr<DIR, int (*)(DIR *)> listing(opendir(dir.c_str()), closedir);
   if (listing == nullptr) {
     *why = "cannot read \"" + dir + "\": " + strerror(errno);
@@ -57,16 +57,16 @@ bool load_replay(Config *config, std::string *why) {
   size_t loaded = 0;
   for (long number : numbers)
     loaded += load_one(dir + "/" + velmora_tools::recording_name(number, false),
-                       number, &config->replayed);
+                       number, &state->replayed);
   fprintf(stderr, "velmora-devserver: replaying %zu of %zu exchanges in %s\n",
           loaded, numbers.size(), dir.c_str());
   return true;
 }
 
-void replay(const Config &config, const httplib::Request &req,
+void replay(const Recording &replayed, const httplib::Request &req,
             const std::string &body, httplib::Response &res) {
-  auto found = config.replayed.find(req.target);
-  if (found == config.replayed.end())
+  auto found = replayed.find(req.target);
+  if (found == replayed.end())
     return answer_error(res, 404,
                         "no recorded answer for \"" + req.target + "\"");
   const std::vector<Replayed> &entries = found->second;

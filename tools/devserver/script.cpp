@@ -68,40 +68,47 @@ bool add_route(Script &script, const std::string &argument, std::string *why) {
 
 bool add_fault(Script &script, const std::string &argument, std::string *why) {
   size_t colon = argument.find(':');
-  auto fault = std::make_unique<Fault>();
-  fault->kind = Fault::Kind::status;
+  Fault fault;
+  fault.kind = Fault::Kind::status;
   bool ok = !argument.empty() && argument[0] == '/' &&
             colon != std::string::npos && colon + 1 < argument.size();
   int actions = 0;
   std::istringstream items(ok ? argument.substr(colon + 1) : "");
   for (std::string item; ok && std::getline(items, item, ',');) {
-    ok = fault_item(item, fault.get());
+    ok = fault_item(item, &fault);
     actions += item.rfind("first=", 0) != 0;
   }
   if (!ok || actions != 1) {
     *why = "bad fault \"" + argument + "\" (PATH:FAULT[,first=N])";
     return false;
   }
-  script.faults[argument.substr(0, colon)] = std::move(fault);
+  script.faults[argument.substr(0, colon)] = fault;
   return true;
 }
 
-const Fault *due_fault(const Script &script, const std::string &path) {
+void count_faults(const Script &script, FaultCounts *counts) {
+  for (const auto &fault : script.faults)
+    counts->try_emplace(fault.first, 0);
+}
+
+const Fault *due_fault(const Script &script, FaultCounts &counts,
+                       const std::string &path) {
   auto found = script.faults.find(path);
   if (found == script.faults.end())
     return nullptr;
-  const Fault *fault = found->second.get();
-  long seen = fault->seen++;
-  return fault->first == 0 || seen < fault->first ? fault : nullptr;
+  const Fault &fault = found->second;
+  long seen = counts.at(path)++;
+  return fault.first == 0 || seen < fault.first ? &fault : nullptr;
 }
 
-void pause(const Script &script, long ms) {
+void pause(const std::atomic<bool> &stopping, long ms) {
   auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-  while (!script.stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
+  while (!stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
+bool inject(const Config &config, State &state, const Fault &fault,
+            httplib::Response &res) {
   switch (fault.kind) {
   case Fault::Kind::status:
     answer_error(res, fault.status, "injected fault");
@@ -111,7 +118,7 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
     refuse(config, 1, res);
     return true;
   case Fault::Kind::delay:
-    pause(config.script, fault.delay_ms);
+    pause(state.stopping, fault.delay_ms);
     return false;
   case Fault::Kind::close:
     /* Promises more than it sends, then gives up: httplib closes the
@@ -125,7 +132,7 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
     note.recordable = false;
     return true;
   case Fault::Kind::hang:
-    pause(config.script, -1);
+    pause(state.stopping, -1);
     note.detail = "injected hang";
     note.recordable = false;
     return true;
