@@ -124,6 +124,8 @@ while read -r name; do
 done <"$work/called"
 
 # ---- Replay's matching order ------------------------------------------------
+# A JSON reply is answered with its bytes in the file, whatever the members
+# before it hold (000002's key with an escape).
 mkdir "$work/order"
 # number|path|request member|status|reply member
 while IFS='|' read -r number path asked status answer; do
@@ -131,7 +133,7 @@ while IFS='|' read -r number path asked status answer; do
   %s, "status": %s, %s}\n' "$path" "$asked" "$status" "$answer" >"$work/order/$number.json"
 done <<'TABLE'
 000001|/a|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
-000002|/a|"request": {"n": 2}|200|"reply": {"r": "two"}
+000002|/a|"request": {"n": 2}, "n\u006fte": "a key with an escape"|200|"reply": {"r": "two"}
 000003|/a|"request": {"n": 1}|401|"reply": {"r": "refused"}
 000004|/b|"request_text": "x"|200|"reply_text": "bee"
 000005|/b|"request_text": "y"|200|"reply_omitted": 9000000

@@ -158,7 +158,8 @@ void list_items(const std::vector<ItemHandle> &catalogue,
                 const std::string &body, httplib::Response &res) {
   Json::Value document;
   std::string why;
-  if (!parse_json(body, &document, &why))
+  if (!velmora_tools::parse_json(body, velmora_tools::Strictness::strict,
+                                 &document, &why))
     return answer_error(res, 400, "malformed JSON: " + why);
   if (!document.isObject() || !document["list_info"].isObject())
     return answer_error(res, 400,

@@ -1,6 +1,7 @@
 /* velmora-devserver's internals shared between its files: the settings the
- * command line gives, the note each request leaves for its log line, and
- * the functions one concern offers the others. */
+ * command line gives, the state serving keeps apart from them, the note
+ * each request leaves for its log line, and the functions one concern
+ * offers the others. */
 #ifndef VELMORA_DEVSERVER_H
 #define VELMORA_DEVSERVER_H
 
@@ -15,6 +16,8 @@
 #include <httplib.h>
 #include <json/json.h>
 
+#include "common/json_text.h"
+#include "common/recording.h"
 #include "items.h"
 #include "script.h"
 
@@ -31,15 +34,19 @@ struct Account {
 /* One recorded answer, as --replay matches and gives it. */
 struct Replayed {
   long number = 0;
-  bool json = false; /* the request body: `request` if JSON, else the text */
-  Json::Value request;
-  std::string request_text;
-  std::string reply;
+  velmora_tools::Body request;
+  std::string reply; /* its bytes as recorded */
   std::string reply_type;
 };
 /* Recorded answers by path, oldest first. */
 using Recording = std::map<std::string, std::vector<Replayed>>;
 
+/* The largest body held whole besides a request's: a forwarded reply
+ * past it is refused, and a recording notes a body past it (unless
+ * --record-limit says otherwise) by its size. */
+const size_t max_held_body = size_t{64} << 20;
+
+/* The settings the command line gives. */
 struct Config {
   int port = 8888;
   long clock_offset = 0;
@@ -50,15 +57,21 @@ struct Config {
   Script script;
   std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
   std::string record_dir; /* empty: nothing recorded */
-  /* Bodies larger than this are passed on but not written into a
-   * recording, which notes their size instead. */
-  size_t record_limit = size_t{64} << 20;
-  mutable std::atomic<long> next_recording{1};
-  std::string replay_dir; /* empty: no replay */
-  Recording replayed;
+  size_t record_limit = max_held_body; /* a body past it: its size alone */
+  std::string replay_dir;              /* empty: no replay */
 };
 
 using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
+
+/* What the server holds besides its settings, made before the first
+ * request: the atomics change while serving, the rest is only read. */
+struct State {
+  std::vector<ItemHandle> catalogue;
+  Recording replayed;
+  std::atomic<long> next_recording{1}; /* of --record's next file */
+  FaultCounts fault_counts;
+  std::atomic<bool> stopping{false};
+};
 
 /* The outcome of a request, as the log line tells it. */
 struct Note {
@@ -72,11 +85,16 @@ extern thread_local Note note;
 /* Replies (main.cpp) */
 std::string render(const Json::Value &value);
 void answer_error(httplib::Response &res, int status, const std::string &why);
-/* Strict JSON; false with jsoncpp's reason, on one line, in `why`. */
-bool parse_json(const std::string &text, Json::Value *value, std::string *why);
+/* httplib adds the peer's address and port, and ours, to a request's
+ * header lines: they are not the client's. */
+bool peer_header(const std::string &name);
 
 /* Command line (options.cpp): -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config);
+/* A decimal number in [low, high]: the whole of `text`, or its start with
+ * what follows in `rest` when that is given. */
+bool parse_number(const std::string &text, long low, long high, long *value,
+                  std::string *rest = nullptr);
 
 /* Signatures and dates (auth.cpp) */
 std::string sha1_hex(const std::string &text);
@@ -96,9 +114,10 @@ void list_items(const std::vector<ItemHandle> &catalogue,
 
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */
-bool inject(const Config &config, const Fault &fault, httplib::Response &res);
-/* A --route's text as the reply. */
-void answer_route(const Config &config, const std::string &text,
+bool inject(const Config &config, State &state, const Fault &fault,
+            httplib::Response &res);
+/* The --route's text as the reply; false when no --route names `path`. */
+bool answer_route(const Config &config, const std::string &path,
                   httplib::Response &res);
 
 /* Forwarding (relay.cpp) */
@@ -110,21 +129,17 @@ void forward(const Config &config, const httplib::Request &req,
              const std::string &body, httplib::Response &res);
 
 /* Recording (record.cpp) */
-/* Strict JSON of any root; false when `body` is not wholly that. */
-bool body_json(const std::string &body, Json::Value *value);
-/* NNNNNN of "NNNNNN.json", or of ".NNNNNN.json.tmp" when `aside`; 0 for
- * any other name. */
-long recording_number(const char *name, bool aside);
 /* Makes the directory when missing, numbers on from what it holds and
- * drops files a stopped recorder left aside. False after saying why. */
-bool open_recording(Config *config, std::string *why);
+ * drops files a stopped recorder left aside. False with the reason in
+ * `why`. */
+bool open_recording(const Config &config, State *state, std::string *why);
 void record(const Config &config, long number, const httplib::Request &req,
             const std::string &body, const httplib::Response &res);
 
 /* Replaying (replay.cpp) */
-bool load_replay(Config *config, std::string *why);
+bool load_replay(const Config &config, State *state, std::string *why);
 /* The recorded answer for the request; 404 naming a path never answered. */
-void replay(const Config &config, const httplib::Request &req,
+void replay(const Recording &replayed, const httplib::Request &req,
             const std::string &body, httplib::Response &res);
 
 } // namespace devserver

@@ -1,10 +1,10 @@
 /* velmora-devserver: a local stand-in for the remote service, to develop,
  * demonstrate and test against. This file serves: it reads each request,
  * hands it to the concern that answers it, and logs the outcome. */
-#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <strings.h>
 #include <thread>
 #include <unistd.h>
 
@@ -25,24 +25,23 @@ const size_t worker_threads = 512;
 const time_t idle_seconds = 2;
 
 /* What this server answers itself, after the checks the service makes. */
-void answer_here(const Config &config, const std::vector<ItemHandle> &catalogue,
+void answer_here(const Config &config, const State &state,
                  const httplib::Request &req, const std::string &body,
                  httplib::Response &res) {
   int auth_error = authenticate(req, body, config);
   if (auth_error != 0)
     return refuse(config, auth_error, res);
-  auto route = config.script.routes.find(req.path);
-  if (route != config.script.routes.end()) {
-    answer_route(config, route->second, res);
-  } else if (!config.replay_dir.empty()) {
-    replay(config, req, body, res);
+  if (answer_route(config, req.path, res))
+    return;
+  if (!config.replay_dir.empty()) {
+    replay(state.replayed, req, body, res);
   } else if (req.path == "/echo") {
     std::string type = req.get_header_value("Content-Type");
     res.set_content(body,
                     type.empty() ? "application/octet-stream" : type.c_str());
     note.detail = "ok";
   } else if (req.path == "/items/list") {
-    list_items(catalogue, body, res);
+    list_items(state.catalogue, body, res);
   } else {
     answer_error(res, 404, "unknown path");
   }
@@ -50,18 +49,15 @@ void answer_here(const Config &config, const std::vector<ItemHandle> &catalogue,
 
 /* Faults come first in every mode; a forwarded request is checked by the
  * upstream, not here. */
-void serve(const Config &config, const std::vector<ItemHandle> &catalogue,
-           const httplib::Request &req, const std::string &body,
-           httplib::Response &res) {
-  const Fault *fault = due_fault(config.script, req.path);
-  if (fault != nullptr && inject(config, *fault, res))
+void serve(const Config &config, State &state, const httplib::Request &req,
+           const std::string &body, httplib::Response &res) {
+  const Fault *fault = due_fault(config.script, state.fault_counts, req.path);
+  if (fault != nullptr && inject(config, state, *fault, res))
     return;
   if (config.upstream.empty())
-    return answer_here(config, catalogue, req, body, res);
-  auto route = config.script.routes.find(req.path);
-  if (route == config.script.routes.end())
-    return forward(config, req, body, res);
-  answer_route(config, route->second, res);
+    return answer_here(config, state, req, body, res);
+  if (!answer_route(config, req.path, res))
+    forward(config, req, body, res);
 }
 
 /* Log text keeps to one line of ASCII whatever a client sends. */
@@ -81,12 +77,11 @@ std::string printable(const std::string &text) {
 
 /* Reads the body as it comes, chunked or not, up to max_body: one more
  * byte and the request gets 413 without the rest being kept. */
-void handle(const Config &config, const std::vector<ItemHandle> &catalogue,
-            const httplib::Request &req, httplib::Response &res,
-            const httplib::ContentReader &read) {
+void handle(const Config &config, State &state, const httplib::Request &req,
+            httplib::Response &res, const httplib::ContentReader &read) {
   note = Note();
   /* Numbered as they arrive, whenever their answers are ready. */
-  long number = config.record_dir.empty() ? 0 : config.next_recording++;
+  long number = config.record_dir.empty() ? 0 : state.next_recording++;
   if (req.is_multipart_form_data())
     return answer_error(res, 415, "multipart bodies are not served");
   try {
@@ -103,7 +98,7 @@ void handle(const Config &config, const std::vector<ItemHandle> &catalogue,
       return answer_error(res, res.status >= 400 ? res.status : 400,
                           "request body not read");
     }
-    serve(config, catalogue, req, body, res);
+    serve(config, state, req, body, res);
     if (number != 0 && note.recordable)
       record(config, number, req, body, res);
   } catch (const std::exception &e) {
@@ -129,8 +124,7 @@ void log_request(const Config &config, const httplib::Request &req,
   note = Note();
 }
 
-void set_up(httplib::Server &server, const Config &config,
-            const std::vector<ItemHandle> &catalogue) {
+void set_up(httplib::Server &server, const Config &config, State &state) {
   /* Without httplib's SO_REUSEPORT, a port in use fails to bind instead of
    * sharing its requests with another server. */
   server.set_socket_options([](socket_t sock) {
@@ -145,7 +139,7 @@ void set_up(httplib::Server &server, const Config &config,
   server.set_payload_max_length(max_body);
   server.Post(".*", [&](const httplib::Request &req, httplib::Response &res,
                         const httplib::ContentReader &read) {
-    handle(config, catalogue, req, res, read);
+    handle(config, state, req, res, read);
   });
   auto not_post = [](const httplib::Request &, httplib::Response &res) {
     answer_error(res, 405, "only POST is served");
@@ -168,6 +162,16 @@ void set_up(httplib::Server &server, const Config &config,
       [&](const httplib::Request &req, const httplib::Response &res) {
         log_request(config, req, res);
       });
+}
+
+/* The state serving starts from; false with the reason in `why`. */
+bool prepare(const Config &config, State *state, std::string *why) {
+  if ((!config.record_dir.empty() && !open_recording(config, state, why)) ||
+      (!config.replay_dir.empty() && !load_replay(config, state, why)))
+    return false;
+  state->catalogue = make_catalogue();
+  count_faults(config.script, &state->fault_counts);
+  return true;
 }
 
 /* The port listened on, or -1 after saying why not. */
@@ -201,25 +205,11 @@ void answer_error(httplib::Response &res, int status, const std::string &why) {
     note.detail = why;
 }
 
-bool parse_json(const std::string &text, Json::Value *value, std::string *why) {
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  try {
-    if (reader->parse(text.data(), text.data() + text.size(), value, why))
+bool peer_header(const std::string &name) {
+  for (const char *peer :
+       {"REMOTE_ADDR", "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"})
+    if (strcasecmp(name.c_str(), peer) == 0)
       return true;
-  } catch (const std::exception &e) {
-    *why = e.what();
-  }
-  /* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n". */
-  std::string line;
-  for (char c : *why)
-    if (!isspace(static_cast<unsigned char>(c)) ||
-        (!line.empty() && line.back() != ' '))
-      line += isspace(static_cast<unsigned char>(c)) ? ' ' : c;
-  while (!line.empty() && line.back() == ' ')
-    line.pop_back();
-  *why = line;
   return false;
 }
 
@@ -233,10 +223,9 @@ int main(int argc, char **argv) {
   /* Before any thread starts, as libcurl asks. */
   if (!config.upstream.empty())
     curl_global_init(CURL_GLOBAL_DEFAULT);
+  devserver::State state;
   std::string why;
-  if ((!config.record_dir.empty() &&
-       !devserver::open_recording(&config, &why)) ||
-      (!config.replay_dir.empty() && !devserver::load_replay(&config, &why))) {
+  if (!devserver::prepare(config, &state, &why)) {
     fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
     return 1;
   }
@@ -254,10 +243,8 @@ int main(int argc, char **argv) {
   pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
   signal(SIGPIPE, SIG_IGN);
 
-  const std::vector<devserver::ItemHandle> catalogue =
-      devserver::make_catalogue();
   httplib::Server server;
-  devserver::set_up(server, config, catalogue);
+  devserver::set_up(server, config, state);
   int port = devserver::bind_port(server, config.port);
   if (port < 0)
     return 1;
@@ -278,7 +265,7 @@ int main(int argc, char **argv) {
     int signal_number;
     sigwait(&stop_signals, &signal_number);
     /* Delays and hangs end first, so that their workers can be joined. */
-    config.script.stopping = true;
+    state.stopping = true;
     server.stop();
   });
   bool listened = server.listen_after_bind();

@@ -79,16 +79,6 @@ void usage(FILE *stream) {
       stream);
 }
 
-bool parse_long(const char *text, long low, long high, long *value) {
-  char *end;
-  errno = 0;
-  long v = strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || v < low || v > high)
-    return false;
-  *value = v;
-  return true;
-}
-
 /* --route, --fault and --log; false after saying why. */
 bool script_option(int option, const char *argument, Config *config) {
   std::string why;
@@ -151,15 +141,15 @@ bool mode_option(int option, const char *argument, Config *config) {
 /* --port, --clock-offset and --record-limit; false after saying why. */
 bool number_option(int option, const char *argument, Config *config) {
   long value;
-  if (option == 'L' && parse_long(argument, 0, 1L << 40, &value)) {
+  if (option == 'L' && parse_number(argument, 0, 1L << 40, &value)) {
     config->record_limit = static_cast<size_t>(value);
     return true;
   }
-  if (option == 'p' && parse_long(argument, 0, 65535, &value)) {
+  if (option == 'p' && parse_number(argument, 0, 65535, &value)) {
     config->port = static_cast<int>(value);
     return true;
   }
-  if (option == 'c' && parse_long(argument, -(1L << 40), 1L << 40, &value)) {
+  if (option == 'c' && parse_number(argument, -(1L << 40), 1L << 40, &value)) {
     config->clock_offset = value;
     return true;
   }
@@ -172,6 +162,20 @@ bool number_option(int option, const char *argument, Config *config) {
 }
 
 } // namespace
+
+bool parse_number(const std::string &text, long low, long high, long *value,
+                  std::string *rest) {
+  char *end;
+  errno = 0;
+  long v = strtol(text.c_str(), &end, 10);
+  if (errno != 0 || end == text.c_str() || (rest == nullptr && *end != '\0') ||
+      v < low || v > high)
+    return false;
+  *value = v;
+  if (rest != nullptr)
+    *rest = end;
+  return true;
+}
 
 int parse_options(int argc, char **argv, Config *config) {
   static const option options[] = {

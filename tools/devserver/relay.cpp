@@ -1,8 +1,7 @@
 /* Forwarding (--upstream): each request goes on to another service with
  * the header lines the client wrote, and its answer comes back as that
  * service gave it. libcurl sends only the lines it is given. */
-#include <cerrno>
-#include <cstdlib>
+#include <cctype>
 #include <strings.h>
 
 #include <curl/curl.h>
@@ -12,9 +11,6 @@
 namespace devserver {
 namespace {
 
-/* A reply is held whole before it is passed on; past this it is refused
- * rather than allowed to exhaust memory. */
-const size_t max_reply = size_t{64} << 20;
 /* Long enough for a slow upstream (a delay fault) to still be answered. */
 const long upstream_seconds = 120;
 
@@ -37,17 +33,19 @@ bool one_of(const std::string &name, std::initializer_list<const char *> set) {
 }
 
 /* Lines about this connection rather than the request are libcurl's own
- * business; httplib also adds the peer's address as headers. */
+ * business. */
 bool hop_by_hop(const std::string &name) {
   return one_of(name, {"Host", "Content-Length", "Connection", "Keep-Alive",
                        "Transfer-Encoding", "TE", "Trailer", "Upgrade",
-                       "Expect", "Proxy-Connection", "REMOTE_ADDR",
-                       "REMOTE_PORT", "LOCAL_ADDR", "LOCAL_PORT"});
+                       "Expect", "Proxy-Connection"}) ||
+         peer_header(name);
 }
 
+/* A reply is held whole before it is passed on; past max_held_body it is
+ * refused rather than allowed to exhaust memory. */
 size_t take_body(char *data, size_t size, size_t count, void *sink) {
   Reply *reply = static_cast<Reply *>(sink);
-  reply->too_large = reply->body.size() + size * count > max_reply;
+  reply->too_large = reply->body.size() + size * count > max_held_body;
   if (reply->too_large)
     return 0;
   reply->body.append(data, size * count);
@@ -87,18 +85,26 @@ curl_slist *request_lines(const httplib::Request &req) {
   return lines;
 }
 
+/* Why the upstream gave no reply to pass back. */
+std::string unanswered(const Config &config, const Reply &reply,
+                       CURLcode code) {
+  std::string why =
+      reply.too_large
+          ? "sent a reply over " + std::to_string(max_held_body >> 20) + " MiB"
+          : std::string("cannot be reached: ") + curl_easy_strerror(code);
+  return "upstream " + config.upstream + " " + why;
+}
+
 } // namespace
 
 bool set_upstream(const std::string &argument, Config *config,
                   std::string *why) {
   size_t colon = argument.rfind(':');
-  char *end = nullptr;
-  errno = 0;
-  long port = colon == std::string::npos
-                  ? 0
-                  : strtol(argument.c_str() + colon + 1, &end, 10);
-  if (colon == 0 || port < 1 || port > 65535 || errno != 0 || *end != '\0' ||
-      !isdigit(static_cast<unsigned char>(argument[colon + 1]))) {
+  long port;
+  /* Digits only: no sign, no space. */
+  if (colon == std::string::npos || colon == 0 ||
+      !isdigit(static_cast<unsigned char>(argument[colon + 1])) ||
+      !parse_number(argument.substr(colon + 1), 1, 65535, &port)) {
     *why = "--upstream takes HOST:PORT, not \"" + argument + "\"";
     return false;
   }
@@ -131,12 +137,7 @@ void forward(const Config &config, const httplib::Request &req,
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
   CURLcode code = curl_easy_perform(handle);
   if (code != CURLE_OK)
-    return answer_error(res, 502,
-                        "upstream " + config.upstream +
-                            (reply.too_large
-                                 ? " sent a reply over 64 MiB"
-                                 : std::string(" cannot be reached: ") +
-                                       curl_easy_strerror(code)));
+    return answer_error(res, 502, unanswered(config, reply, code));
   long status = 0;
   curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
   res.status = static_cast<int>(status);

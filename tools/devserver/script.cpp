@@ -2,51 +2,15 @@
  * fault when its request comes. */
 #include "script.h"
 
-#include <cerrno>
 #include <chrono>
 #include <climits>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <thread>
-
-#include <json/json.h>
 
 #include "devserver.h"
 
 namespace devserver {
 namespace {
-
-bool parse_number(const std::string &text, long low, long high, long *value,
-                  std::string *rest) {
-  char *end;
-  errno = 0;
-  long v = strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || v < low || v > high)
-    return false;
-  *value = v;
-  *rest = end;
-  return true;
-}
-
-bool read_json_file(const std::string &name, std::string *text,
-                    std::string *why) {
-  std::ifstream file(name, std::ios::binary);
-  std::ostringstream content;
-  if (!file || !(content << file.rdbuf())) {
-    *why = "cannot read \"" + name + "\"";
-    return false;
-  }
-  Json::Value value;
-  std::unique_ptr<Json::CharReader> reader(
-      Json::CharReaderBuilder().newCharReader());
-  *text = content.str();
-  if (!reader->parse(text->data(), text->data() + text->size(), &value, why)) {
-    *why = "\"" + name + "\" holds no JSON";
-    return false;
-  }
-  return true;
-}
 
 /* One item of a FAULT into `fault`. */
 bool fault_item(const std::string &item, Fault *fault) {
@@ -58,7 +22,7 @@ bool fault_item(const std::string &item, Fault *fault) {
   }
   if (item.rfind("status=", 0) == 0) {
     fault->kind = Fault::Kind::status;
-    if (!parse_number(item.substr(7), 100, 599, &value, &rest) || !rest.empty())
+    if (!parse_number(item.substr(7), 100, 599, &value))
       return false;
     fault->status = static_cast<int>(value);
     return true;
@@ -75,8 +39,7 @@ bool fault_item(const std::string &item, Fault *fault) {
     return rest == "s" || rest == "ms";
   }
   if (item.rfind("first=", 0) == 0)
-    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first, &rest) &&
-           rest.empty();
+    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first);
   return false;
 }
 
@@ -88,49 +51,64 @@ bool add_route(Script &script, const std::string &argument, std::string *why) {
     *why = "--route takes PATH=FILE, PATH starting with \"/\"";
     return false;
   }
-  std::string text;
-  if (!read_json_file(argument.substr(equals + 1), &text, why))
+  std::string name = argument.substr(equals + 1), text;
+  Json::Value value;
+  if (!velmora_tools::read_file(name, &text)) {
+    *why = "cannot read \"" + name + "\"";
     return false;
+  }
+  if (!velmora_tools::parse_json(text, velmora_tools::Strictness::lenient,
+                                 &value)) {
+    *why = "\"" + name + "\" holds no JSON";
+    return false;
+  }
   script.routes[argument.substr(0, equals)] = text;
   return true;
 }
 
 bool add_fault(Script &script, const std::string &argument, std::string *why) {
   size_t colon = argument.find(':');
-  auto fault = std::make_unique<Fault>();
-  fault->kind = Fault::Kind::status;
+  Fault fault;
+  fault.kind = Fault::Kind::status;
   bool ok = !argument.empty() && argument[0] == '/' &&
             colon != std::string::npos && colon + 1 < argument.size();
   int actions = 0;
   std::istringstream items(ok ? argument.substr(colon + 1) : "");
   for (std::string item; ok && std::getline(items, item, ',');) {
-    ok = fault_item(item, fault.get());
+    ok = fault_item(item, &fault);
     actions += item.rfind("first=", 0) != 0;
   }
   if (!ok || actions != 1) {
     *why = "bad fault \"" + argument + "\" (PATH:FAULT[,first=N])";
     return false;
   }
-  script.faults[argument.substr(0, colon)] = std::move(fault);
+  script.faults[argument.substr(0, colon)] = fault;
   return true;
 }
 
-const Fault *due_fault(const Script &script, const std::string &path) {
+void count_faults(const Script &script, FaultCounts *counts) {
+  for (const auto &fault : script.faults)
+    counts->try_emplace(fault.first, 0);
+}
+
+const Fault *due_fault(const Script &script, FaultCounts &counts,
+                       const std::string &path) {
   auto found = script.faults.find(path);
   if (found == script.faults.end())
     return nullptr;
-  const Fault *fault = found->second.get();
-  long seen = fault->seen++;
-  return fault->first == 0 || seen < fault->first ? fault : nullptr;
+  const Fault &fault = found->second;
+  long seen = counts.at(path)++;
+  return fault.first == 0 || seen < fault.first ? &fault : nullptr;
 }
 
-void pause(const Script &script, long ms) {
+void pause(const std::atomic<bool> &stopping, long ms) {
   auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
-  while (!script.stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
+  while (!stopping && (ms < 0 || std::chrono::steady_clock::now() < end))
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
+bool inject(const Config &config, State &state, const Fault &fault,
+            httplib::Response &res) {
   switch (fault.kind) {
   case Fault::Kind::status:
     answer_error(res, fault.status, "injected fault");
@@ -140,7 +118,7 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
     refuse(config, 1, res);
     return true;
   case Fault::Kind::delay:
-    pause(config.script, fault.delay_ms);
+    pause(state.stopping, fault.delay_ms);
     return false;
   case Fault::Kind::close:
     /* Promises more than it sends, then gives up: httplib closes the
@@ -154,7 +132,7 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
     note.recordable = false;
     return true;
   case Fault::Kind::hang:
-    pause(config.script, -1);
+    pause(state.stopping, -1);
     note.detail = "injected hang";
     note.recordable = false;
     return true;
@@ -165,18 +143,23 @@ bool inject(const Config &config, const Fault &fault, httplib::Response &res) {
 /* A route's text is lent to httplib rather than copied into the reply, so a
  * large page costs the server no fresh memory per request; the recorder
  * reads the reply's body, so it gets a copy. */
-void answer_route(const Config &config, const std::string &text,
+bool answer_route(const Config &config, const std::string &path,
                   httplib::Response &res) {
+  auto route = config.script.routes.find(path);
+  if (route == config.script.routes.end())
+    return false;
+  const std::string &text = route->second;
   note.detail = "ok, route";
   if (!config.record_dir.empty()) {
     res.set_content(text, "application/json");
-    return;
+    return true;
   }
   res.set_content_provider(
       text.size(), "application/json",
       [&text](size_t offset, size_t length, httplib::DataSink &sink) {
         return sink.write(text.data() + offset, length);
       });
+  return true;
 }
 
 } // namespace devserver

@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <map>
-#include <memory>
 #include <string>
 
 namespace devserver {
@@ -16,25 +15,29 @@ struct Fault {
   int status = 0;
   long delay_ms = 0;
   long first = 0; /* the fault hits the first `first` requests; 0: all */
-  mutable std::atomic<long> seen{0};
 };
 
 struct Script {
   std::map<std::string, std::string> routes; /* path to a JSON text */
-  std::map<std::string, std::unique_ptr<Fault>> faults;
-  std::atomic<bool> stopping{false};
+  std::map<std::string, Fault> faults;
 };
+
+/* The requests each fault's path has had: made before serving with every
+ * path at 0, only counted after. */
+using FaultCounts = std::map<std::string, std::atomic<long>>;
 
 /* PATH=FILE: FILE must hold JSON. False with the reason in `why`. */
 bool add_route(Script &script, const std::string &argument, std::string *why);
 /* PATH:FAULT[,first=N]; FAULT is status=N, auth-error=1, delay=Ns (or Nms),
  * close or hang. False with the reason in `why`. */
 bool add_fault(Script &script, const std::string &argument, std::string *why);
+/* Every fault's path into `counts`, at 0. */
+void count_faults(const Script &script, FaultCounts *counts);
 /* The fault due for this request to `path`, counted; null when none. */
-const Fault *due_fault(const Script &script, const std::string &path);
-/* Sleeps `ms` milliseconds (forever when negative), or until the server
- * stops. */
-void pause(const Script &script, long ms);
+const Fault *due_fault(const Script &script, FaultCounts &counts,
+                       const std::string &path);
+/* Sleeps `ms` milliseconds (forever when negative), or until `stopping`. */
+void pause(const std::atomic<bool> &stopping, long ms);
 
 } // namespace devserver
 

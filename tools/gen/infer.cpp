@@ -7,6 +7,7 @@
 
 #include <json/writer.h>
 
+#include "common/recording.h"
 #include "json_order.h"
 #include "names.h"
 #include "types.h"
@@ -34,7 +35,7 @@ public:
   /* The type of a value; "" when it does not tell (null, plain numbers
    * and objects without "__type__", whose members are still searched). */
   std::string type_of(const Json::Value &value);
-  void recording(const Json::Value &exchange);
+  void recording(const velmora_tools::Recorded &exchange);
   std::string schema();
   std::string conflicts;
 
@@ -106,15 +107,15 @@ void Inferrer::record(const std::string &name, const Json::Value &properties) {
 
 /* The arguments are the request's members; the result is read from a 200
  * reply alone, as the generated call reads it. */
-void Inferrer::recording(const Json::Value &exchange) {
-  Call &call = call_of(exchange["path"].asString());
-  const Json::Value &request = exchange["request"];
+void Inferrer::recording(const velmora_tools::Recorded &exchange) {
+  Call &call = call_of(exchange.path);
+  const Json::Value &request = exchange.request.json;
   if (request.isObject())
     for (const std::string &name : ordered_members(request))
       note("operation " + call.name + ", argument ", call.arguments, name,
            type_of(request[name]));
-  const Json::Value &body = exchange["reply"];
-  if (exchange["status"] == 200 && body.isObject())
+  const Json::Value &body = exchange.reply.json;
+  if (exchange.status == 200 && body.isObject())
     reply(call, body);
 }
 
@@ -281,12 +282,6 @@ bool input_files(const std::string &input, std::vector<std::string> *files,
   return true;
 }
 
-/* A devserver's recording of one exchange, as against a plain reply. */
-bool is_recording(const Json::Value &value) {
-  return value.isObject() && value["recording"].isNumeric() &&
-         value["path"].isString();
-}
-
 } // namespace
 
 bool infer_schema(const std::vector<std::string> &inputs, std::string *schema,
@@ -302,8 +297,9 @@ bool infer_schema(const std::vector<std::string> &inputs, std::string *schema,
       *error += "\n";
       return false;
     }
-    if (is_recording(value))
-      inferrer.recording(value);
+    velmora_tools::Recorded exchange;
+    if (velmora_tools::read_recorded(value, {}, &exchange))
+      inferrer.recording(exchange);
     else
       inferrer.type_of(value);
   }

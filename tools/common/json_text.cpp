@@ -1,0 +1,63 @@
+#include "common/json_text.h"
+
+#include <cctype>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include <json/reader.h>
+
+namespace velmora_tools {
+namespace {
+
+std::unique_ptr<Json::CharReader> new_reader(Strictness strictness) {
+  Json::CharReaderBuilder builder;
+  if (strictness != Strictness::lenient)
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+  if (strictness == Strictness::strict_any_root) {
+    builder["strictRoot"] = false;
+    builder["skipBom"] = false;
+  }
+  return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+/* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n". */
+std::string one_line(const std::string &text) {
+  std::string line;
+  for (char c : text)
+    if (!isspace(static_cast<unsigned char>(c)) ||
+        (!line.empty() && line.back() != ' '))
+      line += isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+  while (!line.empty() && line.back() == ' ')
+    line.pop_back();
+  return line;
+}
+
+} // namespace
+
+bool parse_json(std::string_view text, Strictness strictness,
+                Json::Value *value, std::string *why) {
+  std::unique_ptr<Json::CharReader> reader = new_reader(strictness);
+  std::string reason;
+  try {
+    if (reader->parse(text.data(), text.data() + text.size(), value, &reason))
+      return true;
+  } catch (const std::exception &e) {
+    /* Nesting past the reader's stack limit throws. */
+    reason = e.what();
+  }
+  if (why != nullptr)
+    *why = one_line(reason);
+  return false;
+}
+
+bool read_file(const std::string &name, std::string *text) {
+  std::ifstream file(name, std::ios::binary);
+  std::ostringstream content;
+  if (!file || !(content << file.rdbuf()))
+    return false;
+  *text = content.str();
+  return true;
+}
+
+} // namespace velmora_tools

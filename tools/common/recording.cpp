@@ -1,0 +1,186 @@
+#include "common/recording.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+#include <unistd.h>
+
+#include <json/writer.h>
+
+#include "common/json_text.h"
+
+namespace velmora_tools {
+namespace {
+
+/* The file's members; a body's name takes a suffix when it is no JSON or
+ * was too large. */
+namespace member {
+const char *const marker = "recording";
+const char *const method = "method";
+const char *const path = "path";
+const char *const request_headers = "request_headers";
+const char *const request = "request";
+const char *const status = "status";
+const char *const date = "date";
+const char *const reply = "reply";
+const char *const text = "_text";
+const char *const omitted = "_omitted";
+} // namespace member
+
+const char *const removed = "(removed)";
+
+/* A captured signature could be replayed while its date is fresh, so no
+ * credential reaches the disk. */
+bool secret_header(const std::string &name) {
+  for (const char *secret : {"AUTHENTICATION", "LOCAL_AUTH_KEY",
+                             "Authorization", "Proxy-Authorization", "Cookie"})
+    if (strcasecmp(name.c_str(), secret) == 0)
+      return true;
+  return false;
+}
+
+/* Lines of one name are joined, as HTTP reads them. */
+Json::Value headers_value(const Exchange &exchange) {
+  Json::Value headers(Json::objectValue);
+  for (const auto &header : exchange.request_headers) {
+    const std::string &name = header.first;
+    std::string value = secret_header(name) ? removed : header.second;
+    Json::Value &slot = headers[name];
+    slot = slot.isString() ? slot.asString() + ", " + value : value;
+  }
+  return headers;
+}
+
+/* Pretty JSON of `value`, indented to sit as a member of the top object. */
+std::string member_text(const Json::Value &value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "  ";
+  std::string text = Json::writeString(builder, value), out;
+  out.reserve(text.size());
+  for (char c : text) {
+    out += c;
+    if (c == '\n')
+      out += "  ";
+  }
+  return out;
+}
+
+/* A member of the top object, as a line of its own but for the comma. */
+std::string line(const std::string &name, const std::string &value) {
+  return "  \"" + name + "\": " + value;
+}
+
+/* One member for a body: its JSON as sent (its members' order, its
+ * numbers' digits), its text, or its size when too large. */
+std::string body_member(const std::string &name, std::string_view body,
+                        size_t limit) {
+  if (body.size() > limit)
+    return line(name + member::omitted, std::to_string(body.size()));
+  Json::Value value;
+  if (parse_json(body, Strictness::strict_any_root, &value))
+    return line(name, std::string(body));
+  return line(name + member::text,
+              member_text(Json::Value(body.data(), body.data() + body.size())));
+}
+
+std::string recording_text(const Exchange &exchange, size_t limit) {
+  std::string text = "{\n" + line(member::marker, "1") + ",\n";
+  text += line(member::method, member_text(exchange.method)) + ",\n";
+  text += line(member::path, member_text(exchange.path)) + ",\n";
+  text += line(member::request_headers, member_text(headers_value(exchange))) +
+          ",\n";
+  text += body_member(member::request, exchange.request, limit) + ",\n";
+  text += line(member::status, std::to_string(exchange.status)) + ",\n";
+  if (exchange.has_date)
+    text += line(member::date, member_text(exchange.date)) + ",\n";
+  return text + body_member(member::reply, exchange.reply, limit) + "\n}\n";
+}
+
+bool write_whole(const std::string &name, const std::string &text) {
+  FILE *file = fopen(name.c_str(), "wb");
+  if (file == nullptr)
+    return false;
+  bool ok = fwrite(text.data(), 1, text.size(), file) == text.size();
+  return fclose(file) == 0 && ok;
+}
+
+/* The body `name` of a recording; a JSON body's bytes from `text`. */
+Body read_body(const Json::Value &file, std::string_view text,
+               const std::string &name) {
+  Body body;
+  const Json::Value &text_member = file[name + member::text];
+  if (file.isMember(name)) {
+    const Json::Value &value = file[name];
+    body.form = Body::Form::json;
+    body.json = value;
+    size_t start = value.getOffsetStart(), end = value.getOffsetLimit();
+    if (start <= end && end <= text.size())
+      body.text = text.substr(start, end - start);
+  } else if (text_member.isString()) {
+    body.form = Body::Form::text;
+    body.text = text_member.asString();
+  }
+  return body;
+}
+
+} // namespace
+
+std::string recording_name(long number, bool aside) {
+  char name[32];
+  snprintf(name, sizeof name, aside ? ".%06ld.json.tmp" : "%06ld.json", number);
+  return name;
+}
+
+long recording_number(const char *name, bool aside) {
+  const char *digits = aside ? name + 1 : name;
+  const char *tail = aside ? ".json.tmp" : ".json";
+  if ((aside && name[0] != '.') || strlen(digits) != 6 + strlen(tail) ||
+      strcmp(digits + 6, tail) != 0)
+    return 0;
+  for (int i = 0; i < 6; i++)
+    if (!isdigit(static_cast<unsigned char>(digits[i])))
+      return 0;
+  return strtol(std::string(digits, 6).c_str(), nullptr, 10);
+}
+
+bool write_recording(const std::string &dir, long number,
+                     const Exchange &exchange, size_t limit, std::string *why) {
+  if (number > last_recording) {
+    *why = dir + " is full";
+    return false;
+  }
+  std::string whole = dir + "/" + recording_name(number, false);
+  std::string aside = dir + "/" + recording_name(number, true);
+  if (write_whole(aside, recording_text(exchange, limit)) &&
+      rename(aside.c_str(), whole.c_str()) == 0)
+    return true;
+  *why = strerror(errno);
+  unlink(aside.c_str());
+  return false;
+}
+
+bool read_recorded(const Json::Value &file, std::string_view text,
+                   Recorded *recorded) {
+  if (!file.isObject() || !file[member::marker].isNumeric() ||
+      !file[member::path].isString())
+    return false;
+  const Json::Value &status = file[member::status];
+  recorded->path = file[member::path].asString();
+  recorded->request = read_body(file, text, member::request);
+  recorded->status = status.isInt() ? status.asInt() : 0;
+  recorded->reply = read_body(file, text, member::reply);
+  return true;
+}
+
+bool read_recording(const std::string &name, Recorded *recorded) {
+  std::string text;
+  Json::Value file;
+  return read_file(name, &text) &&
+         parse_json(text, Strictness::strict_any_root, &file) &&
+         read_recorded(file, text, recorded);
+}
+
+} // namespace velmora_tools
