@@ -48,6 +48,15 @@ done <<'TABLE'
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
 TABLE
 
+# Nesting past the reader's limit is refused, by both roads, not a crash.
+printf '%0.s[' $(seq 2000) >"$work/deep.json"
+for args in "--output-dir $work" --infer; do
+  status=0
+  "$gen" $args "$work/deep.json" >/dev/null 2>"$work/err" || status=$?
+  [ "$status" = 2 ] && grep -q 'deep.json: not JSON: Exceeded stackLimit' "$work/err" ||
+    { echo "FAIL: deep $args: exit $status, $(cat "$work/err")"; failed=1; }
+done
+
 # A name that is not UTF-8, byte by byte.
 for name in '\200\200' 'a\300\200' '\343\201'; do
   printf "{\"records\": {\"Item\": {\"$name\": \"Long\"}}}" >"$work/u.json"

@@ -21,13 +21,18 @@ std::unique_ptr<Json::CharReader> new_reader(Strictness strictness) {
   return std::unique_ptr<Json::CharReader>(builder.newCharReader());
 }
 
-/* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n". */
+/* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n": one line,
+ * without the bullets. */
 std::string one_line(const std::string &text) {
   std::string line;
-  for (char c : text)
-    if (!isspace(static_cast<unsigned char>(c)) ||
-        (!line.empty() && line.back() != ' '))
-      line += isspace(static_cast<unsigned char>(c)) ? ' ' : c;
+  bool line_start = true;
+  for (char c : text) {
+    bool space = isspace(static_cast<unsigned char>(c)) != 0;
+    bool bullet = line_start && c == '*';
+    line_start = c == '\n' || (line_start && space);
+    if (!bullet && (!space || (!line.empty() && line.back() != ' ')))
+      line += space ? ' ' : c;
+  }
   while (!line.empty() && line.back() == ' ')
     line.pop_back();
   return line;

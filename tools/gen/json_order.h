@@ -9,17 +9,13 @@
 
 namespace velmora_gen {
 
-/* Parses `text` strictly (duplicate members refused), keeping each value's
- * place in the text; false with a one-line `error` when it is not JSON. */
-bool parse_json(const std::string &text, Json::Value *value,
-                std::string *error);
-
-/* The member names of an object parsed by parse_json, in written order
+/* The member names of an object parsed by jsoncpp, in written order
  * (Json::Value keeps them sorted; the values' offsets keep the order). */
 std::vector<std::string> ordered_members(const Json::Value &object);
 
-/* Reads and parses a whole file as parse_json does; false with a one-line
- * `error` naming the file when it cannot be read or is not JSON. */
+/* Reads and parses a whole file as strict JSON (duplicate members refused),
+ * keeping each value's place in the text; false with a one-line `error`
+ * naming the file when it cannot be read or is not JSON. */
 bool read_json_file(const std::string &path, Json::Value *value,
                     std::string *error);
 
