@@ -46,7 +46,7 @@ recorder=$port
 grep -q '"__total_items__":40' "$work/page.live" || fail "page: $(cat "$work/page.live")"
 grep -q '^POST /items/list u 401 auth_error 1' "$work/live.log" ||
   fail "the first call was not refused for its date"
-"$request" --port "$recorder" "${as_t[@]}" /echo '{"zeta": "z", "alpha": 0.10}' >"$work/echo" ||
+"$request" --port "$recorder" "${as_t[@]}" /echo '{"zeta": "z", "alpha": 10}' >"$work/echo" ||
   fail "token call through the recorder: exit $?"
 head -c $((5 << 20)) /dev/zero | tr '\0' a >"$work/big"
 "$request" --port "$recorder" "${as_t[@]}" /echo @"$work/big" >"$work/big.echo" &&
@@ -59,7 +59,7 @@ ls "$work/rec" >"$work/names"
 grep -q '"status": 401' "$work/rec/000001.json" &&
   grep -q '"date": ' "$work/rec/000001.json" &&
   grep -q '"status": 200' "$work/rec/000002.json" &&
-  grep -qF '"request": {"zeta": "z", "alpha": 0.10},' "$work/rec/000004.json" &&
+  grep -qF '"request": {"zeta": "z", "alpha": 10},' "$work/rec/000004.json" &&
   grep -q '"request_omitted": 5242880' "$work/rec/000006.json" &&
   grep -q '"reply_omitted": 5242880' "$work/rec/000006.json" || fail "recording contents"
 
@@ -85,7 +85,7 @@ replayer=$port
 "$gen" --infer "$work/rec" >"$work/service.json" 2>&1 || fail "infer: $(cat "$work/service.json")"
 grep -qF '"items_list": {"path": "/items/list", "arguments": {"list_info": "ListInfo"}, "result": "ResultSet<Item>"}' \
   "$work/service.json" &&
-  grep -qF '"echo": {"path": "/echo", "arguments": {"zeta": "Unicode"}, "result": "Unicode", "result_member": "zeta"}' \
+  grep -qF '"echo": {"path": "/echo", "arguments": {"zeta": "Unicode", "alpha": "Integer"}, "result": "Unicode", "result_member": "zeta"}' \
     "$work/service.json" || fail "inferred: $(cat "$work/service.json")"
 "$gen" --output-dir "$work/client" "$work/service.json" || fail "generation"
 cat >"$work/client/call.cpp" <<'CALL'
@@ -139,7 +139,12 @@ done <<'TABLE'
 000005|/b|"request_text": "y"|200|"reply_omitted": 9000000
 000006|/c|"request": {}|401|"reply": {"r": "refused"}
 TABLE
+echo nope >"$work/order/000007.json"
 start order --replay "$work/order" "${accounts[@]}"
+for skipped in "000003.json skipped: status 401: only 200" \
+  "000005.json skipped: its reply was too large" "000007.json skipped: not JSON"; do
+  grep -qF "$skipped" "$work/order.log" || fail "no \"$skipped\": $(cat "$work/order.log")"
+done
 # exit status | expected output | path and body
 while IFS='|' read -r want text args; do
   got=0
@@ -154,6 +159,9 @@ done <<'TABLE'
 22|no recorded answer for \"/c\"|/c '{}'
 22|no recorded answer for \"/d\"|/d '{}'
 TABLE
+mkdir "$work/empty"
+start empty --replay "$work/empty"
+grep -q "warning: nothing to replay in" "$work/empty.log" || fail "an empty replay"
 
 # ---- A recorder killed while writing leaves whole files ---------------------
 start killed --record "$work/killed" "${accounts[@]}"

@@ -175,12 +175,23 @@ bool read_recorded(const Json::Value &file, std::string_view text,
   return true;
 }
 
-bool read_recording(const std::string &name, Recorded *recorded) {
+bool read_recording(const std::string &name, Recorded *recorded,
+                    std::string *why) {
   std::string text;
   Json::Value file;
-  return read_file(name, &text) &&
-         parse_json(text, Strictness::strict_any_root, &file) &&
-         read_recorded(file, text, recorded);
+  errno = 0;
+  if (!read_file(name, &text)) {
+    *why = errno != 0 ? strerror(errno) : "empty";
+    return false;
+  }
+  if (!parse_json(text, Strictness::strict_any_root, &file, why)) {
+    *why = "not JSON: " + *why;
+    return false;
+  }
+  if (read_recorded(file, text, recorded))
+    return true;
+  *why = "no recording (an object marked \"recording\", with a path)";
+  return false;
 }
 
 } // namespace velmora_tools

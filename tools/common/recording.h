@@ -66,9 +66,10 @@ struct Recorded {
  * of JSON bodies; empty, they are not taken. */
 bool read_recorded(const Json::Value &file, std::string_view text,
                    Recorded *recorded);
-/* The recording in the file `name`; false when it cannot be read or holds
- * none. */
-bool read_recording(const std::string &name, Recorded *recorded);
+/* The recording in the file `name`; false, with the reason in `why`, when
+ * it cannot be read or holds none. */
+bool read_recording(const std::string &name, Recorded *recorded,
+                    std::string *why);
 
 } // namespace velmora_tools
 

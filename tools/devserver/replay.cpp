@@ -11,18 +11,30 @@ namespace {
 
 using Form = velmora_tools::Body::Form;
 
-/* Only answers are replayed: a refusal belongs to the date and signature
- * of its time, and this server checks those itself. */
+/* Why an exchange is not replayed; empty when it is. Only answers are
+ * replayed: a refusal belongs to the date and signature of its time, and
+ * this server checks those itself. */
+std::string unplayable(const velmora_tools::Recorded &file) {
+  if (file.status != 200)
+    return "status " + std::to_string(file.status) +
+           ": only 200 answers are replayed";
+  if (file.request.form == Form::none)
+    return "its request was too large to record";
+  if (file.reply.form == Form::none)
+    return "its reply was too large to record";
+  return "";
+}
+
 bool load_one(const std::string &name, long number, Recording *recording) {
   velmora_tools::Recorded file;
-  if (!velmora_tools::read_recording(name, &file)) {
-    fprintf(stderr, "velmora-devserver: %s is no recording; skipped\n",
-            name.c_str());
+  std::string why;
+  if (velmora_tools::read_recording(name, &file, &why))
+    why = unplayable(file);
+  if (!why.empty()) {
+    fprintf(stderr, "velmora-devserver: %s skipped: %s\n", name.c_str(),
+            why.c_str());
     return false;
   }
-  if (file.status != 200 || file.request.form == Form::none ||
-      file.reply.form == Form::none)
-    return false;
   Replayed entry;
   entry.number = number;
   entry.request = std::move(file.request);
@@ -60,6 +72,11 @@ bool load_replay(const Config &config, State *state, std::string *why) {
                        number, &state->replayed);
   fprintf(stderr, "velmora-devserver: replaying %zu of %zu exchanges in %s\n",
           loaded, numbers.size(), dir.c_str());
+  if (loaded == 0)
+    fprintf(stderr,
+            "velmora-devserver: warning: nothing to replay in %s (files "
+            "named NNNNNN.json): every call will get 404\n",
+            dir.c_str());
   return true;
 }
 

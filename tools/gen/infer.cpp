@@ -36,6 +36,9 @@ public:
    * and objects without "__type__", whose members are still searched). */
   std::string type_of(const Json::Value &value);
   void recording(const velmora_tools::Recorded &exchange);
+  /* The file's envelopes; false when it holds no recording and no typed
+   * value. */
+  bool reply_file(const Json::Value &value);
   std::string schema();
   std::string conflicts;
 
@@ -53,7 +56,19 @@ private:
   std::string calls_text() const;
   std::vector<Seen> records_;
   std::vector<Call> calls_;
+  /* Where the value type_of reads stands ("record Item, field n"), when
+   * its type makes a field's, an argument's or a result's. */
+  std::string where_;
+  bool typed_ = false;
 };
+
+/* A bare number is an Integer or no type at all: the library's other
+ * numbers travel in envelopes. */
+std::string bare_number(const Json::Value &value) {
+  std::string text = value.toStyledString();
+  text.pop_back();
+  return text + " is no Integer (a bare number is a 32-bit integer)";
+}
 
 std::string Inferrer::type_of(const Json::Value &value) {
   if (value.isString())
@@ -62,6 +77,8 @@ std::string Inferrer::type_of(const Json::Value &value) {
     return "Boolean";
   if (value.isInt())
     return "Integer";
+  if (value.isNumeric() && !where_.empty())
+    conflicts += where_ + ": " + bare_number(value) + "\n";
   const Json::Value &type = value.isObject() ? value["__type__"] : value;
   if (!value.isObject() || !type.isString()) {
     if (value.isObject() || value.isArray())
@@ -70,6 +87,7 @@ std::string Inferrer::type_of(const Json::Value &value) {
     return "";
   }
   std::string name = type.asString();
+  typed_ = true;
   if (name == "List" || name == "Dict" || name == "ResultSet")
     return container(name, value);
   if (value["__properties__"].isObject() && name != "Ordering" &&
@@ -99,10 +117,13 @@ void Inferrer::record(const std::string &name, const Json::Value &properties) {
     at++;
   if (at == records_.size())
     records_.push_back({name, {}});
+  const std::string outer = where_;
   for (const std::string &field : ordered_members(properties)) {
+    where_ = "record " + name + ", field " + field;
     std::string type = type_of(properties[field]);
     note("record " + name + ", field ", records_[at].fields, field, type);
   }
+  where_ = outer;
 }
 
 /* The arguments are the request's members; the result is read from a 200
@@ -111,9 +132,13 @@ void Inferrer::recording(const velmora_tools::Recorded &exchange) {
   Call &call = call_of(exchange.path);
   const Json::Value &request = exchange.request.json;
   if (request.isObject())
-    for (const std::string &name : ordered_members(request))
+    for (const std::string &name : ordered_members(request)) {
+      where_ = "operation " + call.name + ", argument " + name;
+      std::string type = type_of(request[name]);
       note("operation " + call.name + ", argument ", call.arguments, name,
-           type_of(request[name]));
+           type);
+    }
+  where_.clear();
   const Json::Value &body = exchange.reply.json;
   if (exchange.status == 200 && body.isObject())
     reply(call, body);
@@ -251,6 +276,12 @@ std::string Inferrer::calls_text() const {
   return text + "\n  }";
 }
 
+bool Inferrer::reply_file(const Json::Value &value) {
+  typed_ = false;
+  type_of(value);
+  return typed_;
+}
+
 std::string Inferrer::schema() {
   free_names();
   return "{\n" + records_text() + (calls_.empty() ? "" : calls_text()) +
@@ -285,24 +316,34 @@ bool input_files(const std::string &input, std::vector<std::string> *files,
 } // namespace
 
 bool infer_schema(const std::vector<std::string> &inputs, std::string *schema,
-                  std::string *error) {
+                  std::string *error, std::string *warnings) {
   std::vector<std::string> files;
   for (const std::string &input : inputs)
     if (!input_files(input, &files, error))
       return false;
   Inferrer inferrer;
+  size_t used = 0;
   for (const std::string &file : files) {
     Json::Value value;
-    if (!read_json_file(file, &value, error)) {
+    std::string text, why;
+    velmora_tools::Recorded exchange;
+    if (!read_text_file(file, &text, error)) {
       *error += "\n";
       return false;
     }
-    velmora_tools::Recorded exchange;
-    if (velmora_tools::read_recorded(value, {}, &exchange))
-      inferrer.recording(exchange);
+    if (!parse_json_text(file, text, &value, &why))
+      *warnings += "warning: skipped " + why + "\n";
+    else if (velmora_tools::read_recorded(value, {}, &exchange))
+      inferrer.recording(exchange), used++;
+    else if (inferrer.reply_file(value))
+      used++;
     else
-      inferrer.type_of(value);
+      *warnings +=
+          "warning: skipped " + file + ": no recording and no typed value\n";
   }
+  if (used == 0)
+    *warnings += "warning: nothing to infer from: no recording and no typed "
+                 "value in the input\n";
   *error = inferrer.conflicts;
   *schema = inferrer.schema();
   return error->empty();

@@ -1,6 +1,8 @@
 #include "json_order.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -19,23 +21,38 @@ std::vector<std::string> ordered_members(const Json::Value &object) {
   return names;
 }
 
-bool read_json_file(const std::string &path, Json::Value *value,
+bool read_text_file(const std::string &path, std::string *text,
                     std::string *error) {
+  errno = 0;
   std::ifstream in(path, std::ios::binary);
   std::ostringstream all;
   if (in)
     all << in.rdbuf();
   if (!in || in.bad()) {
     *error = path + ": cannot be read";
+    if (errno != 0)
+      *error += std::string(": ") + strerror(errno);
     return false;
   }
-  std::string why;
-  if (!velmora_tools::parse_json(all.str(), velmora_tools::Strictness::strict,
-                                 value, &why)) {
-    *error = path + ": not JSON: " + why;
-    return false;
-  }
+  *text = all.str();
   return true;
+}
+
+bool parse_json_text(const std::string &path, const std::string &text,
+                     Json::Value *value, std::string *error) {
+  std::string why;
+  if (velmora_tools::parse_json(text, velmora_tools::Strictness::strict, value,
+                                &why))
+    return true;
+  *error = path + ": not JSON: " + why;
+  return false;
+}
+
+bool read_json_file(const std::string &path, Json::Value *value,
+                    std::string *error) {
+  std::string text;
+  return read_text_file(path, &text, error) &&
+         parse_json_text(path, text, value, error);
 }
 
 } // namespace velmora_gen

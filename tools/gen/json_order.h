@@ -13,9 +13,18 @@ namespace velmora_gen {
  * (Json::Value keeps them sorted; the values' offsets keep the order). */
 std::vector<std::string> ordered_members(const Json::Value &object);
 
-/* Reads and parses a whole file as strict JSON (duplicate members refused),
- * keeping each value's place in the text; false with a one-line `error`
- * naming the file when it cannot be read or is not JSON. */
+/* A whole file's bytes; false with a one-line `error` naming the file and
+ * the reason when it cannot be read. */
+bool read_text_file(const std::string &path, std::string *text,
+                    std::string *error);
+
+/* `text` parsed as strict JSON (duplicate members refused), keeping each
+ * value's place in the text; false with a one-line `error` naming `path`
+ * when it is not JSON. */
+bool parse_json_text(const std::string &path, const std::string &text,
+                     Json::Value *value, std::string *error);
+
+/* read_text_file, then parse_json_text. */
 bool read_json_file(const std::string &path, Json::Value *value,
                     std::string *error);
 

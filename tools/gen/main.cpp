@@ -28,7 +28,9 @@ const char *const usage_text =
     "files): the name from the path, the arguments from the request's\n"
     "members, the result from a 200 reply's only member, else its \"result\",\n"
     "else its first member of a known type. Two types seen for one field,\n"
-    "argument or result are reported, one line each (exit 2).\n";
+    "argument or result, and a bare number that is no 32-bit integer, are\n"
+    "reported, one line each (exit 2). A file that is not JSON, or holds no\n"
+    "recording and no typed value, is skipped with a warning.\n";
 
 struct Options {
   std::string output_dir = ".", name;
@@ -116,6 +118,16 @@ int generate(const Options &options) {
   return written ? 0 : 1;
 }
 
+/* Each line of `lines` on standard error, after the program's name. */
+void print_lines(const std::string &lines) {
+  for (size_t at = 0; at < lines.size();) {
+    size_t end = lines.find('\n', at);
+    end = end == std::string::npos ? lines.size() : end + 1;
+    fprintf(stderr, "velmora-gen: %s", lines.substr(at, end - at).c_str());
+    at = end;
+  }
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -134,9 +146,12 @@ int main(int argc, char **argv) {
   }
   if (!options.infer)
     return generate(options);
-  std::string schema, error;
-  if (!velmora_gen::infer_schema(options.inputs, &schema, &error)) {
-    fprintf(stderr, "velmora-gen: %s", error.c_str());
+  std::string schema, error, warnings;
+  bool inferred =
+      velmora_gen::infer_schema(options.inputs, &schema, &error, &warnings);
+  print_lines(warnings);
+  if (!inferred) {
+    print_lines(error);
     return 2;
   }
   fputs(schema.c_str(), stdout);
