@@ -9,16 +9,16 @@
 #include <cstring>
 #include <curl/curl.h>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <getopt.h>
 #include <memory>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <json/json.h>
 #include <velmora/velmora.h>
+
+#include "common/input.h"
 
 /*
  * send_request makes up to three attempts and tells only how the last one
@@ -92,56 +92,25 @@ void usage(FILE *stream) {
       stream);
 }
 
-struct FileCloser {
-  void operator()(int *fd) const {
-    close(*fd);
-  }
-};
-
-/* All of file `name` ("-": standard input) in `text`; false with the
- * reason in `why`. A closed standard input and a directory are refused
- * rather than read as empty. */
-bool read_file(const char *name, std::string *text, std::string *why) {
-  bool is_stdin = strcmp(name, "-") == 0;
-  int fd = is_stdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
-  if (fd < 0 || (is_stdin && fcntl(fd, F_GETFD) < 0)) {
-    *why = is_stdin ? "standard input is closed" : strerror(errno);
-    return false;
-  }
-  std::unique_ptr<int, FileCloser> guard(is_stdin ? nullptr : &fd);
-  struct stat status;
-  if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
-    *why = "it is a directory";
-    return false;
-  }
-  char buffer[65536];
-  ssize_t n;
-  while ((n = read(fd, buffer, sizeof buffer)) > 0)
-    text->append(buffer, static_cast<size_t>(n));
-  if (n < 0)
-    *why = strerror(errno);
-  return n == 0;
-}
-
 /* BODY, @FILE or "-", as the command line gives it. */
 bool read_body(const char *argument, std::string *body, std::string *why) {
   if (strcmp(argument, "-") != 0 && argument[0] != '@') {
     *body = argument;
     return true;
   }
-  return read_file(argument[0] == '@' ? argument + 1 : argument, body, why);
+  return velmora_tools::read_input(argument[0] == '@' ? argument + 1 : argument,
+                                   body, why);
 }
 
 /* The first line of file `name` ("-": standard input), without its end. */
 bool read_secret(const char *option, const char *name,
                  std::optional<std::string> *secret) {
   std::string text, why;
-  if (!read_file(name, &text, &why)) {
-    fprintf(stderr, "velmora-request: %s: cannot read \"%s\": %s\n", option,
-            name, why.c_str());
+  if (!velmora_tools::read_secret(name, &text, &why)) {
+    fprintf(stderr, "velmora-request: %s: %s\n", option, why.c_str());
     return false;
   }
-  *secret = text.substr(0, text.find_first_of("\r\n"));
+  *secret = text;
   return true;
 }
 

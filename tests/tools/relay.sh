@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # velmora-devserver between a client and the service: signed calls through a
 # recording devserver to one whose clock runs an hour ahead (the first call
-# goes through only after a re-synchronisation), recordings free of every
-# secret, the same page from a replaying devserver, replay's matching order
-# as a table, whole files after a recorder is killed mid-write, and 502 for
-# an unreachable upstream.
+# goes through only after a re-synchronisation), recordings and command
+# lines free of every secret (given by files and the environment), the same
+# page from a replaying devserver, replay's matching order as a table, whole
+# files after a recorder is killed mid-write, redaction as a table, and 502
+# for an unreachable upstream.
 # From the recording, velmora-gen --infer writes the service's schema, and
 # a program calling the inferred operation, compiled with COMPILE..., gets
 # the same page from the replaying devserver.
@@ -30,13 +31,17 @@ start() {
 
 password=pw-Secret-7f3a token=tk-Secret-91c2 key=key-Secret-5d0e
 printf '%s\n' "$key" >"$work/key"
-accounts=(--user u --password "$password" --user t --token "$token" --auth-key "$key")
+printf '%s\n' "$password" >"$work/pw"
+printf '%s\r\n' "$token" >"$work/tk"
+: >"$work/empty"
+creds=(--user u --password-file "$work/pw" --user t --token-file "$work/tk")
+accounts=("${creds[@]}" --auth-key-file "$work/key")
 as_u=(--user u --password "$password" --auth-key-file "$work/key")
 as_t=(--user t --token "$token" --auth-key-file "$work/key")
 page='{"list_info": {"__type__": "ListInfo", "__properties__": {"limit": 2, "offset": 3}}}'
 
 # ---- Record: the live service behind a recorder ----------------------------
-start live --clock-offset 3600 "${accounts[@]}"
+VELMORA_DEVSERVER_AUTH_KEY=$key start live --clock-offset 3600 "${creds[@]}"
 live=$port
 start recorder --upstream "127.0.0.1:$live" --record "$work/rec" --record-limit $((4 << 20))
 recorder=$port
@@ -63,12 +68,13 @@ grep -q '"status": 401' "$work/rec/000001.json" &&
   grep -q '"request_omitted": 5242880' "$work/rec/000006.json" &&
   grep -q '"reply_omitted": 5242880' "$work/rec/000006.json" || fail "recording contents"
 
-# No secret, no hash of one and no signature the client sent is on disk.
+# No secret, no hash of one and no signature the client sent is on disk or
+# in a devserver's command line.
 signatures=$(grep -o 'AUTHENTICATION:[^ ]* [^:]*:[^ ]*' "$work/trace" | sed 's/.*://' | tr -d '\r')
 hash=$(printf %s "$password" | sha1sum | cut -c 1-40)
 [ "$(wc -w <<<"$signatures")" = 2 ] || fail "no signatures in the trace"
 for secret in "$password" "$hash" "$token" "$key" $signatures; do
-  ! grep -rqF -- "$secret" "$work/rec" || fail "a recording holds \"$secret\""
+  ! grep -rqF -- "$secret" "$work/rec" /proc/"${servers[0]}"/cmdline || fail "\"$secret\" is seen"
 done
 grep -q '"AUTHENTICATION" : "(removed)"' "$work/rec/000002.json" || fail "no mark"
 
@@ -78,8 +84,27 @@ start replayer --replay "$work/rec" "${accounts[@]}"
   fail "replayed page: exit $?"
 cmp -s "$work/page.live" "$work/page.replayed" || fail "replayed page differs"
 replayer=$port
-"$request" --port "$port" --user u --password wrong /items/list "$page" >/dev/null 2>&1 &&
-  fail "the replayer took a wrong password"
+# The secrets from the variable and the files are required.
+while read -r at args; do
+  got=0
+  eval "\"$request\" --port \$$at --user u $args /echo x" >/dev/null 2>&1 || got=$?
+  [ "$got" = 67 ] || fail "$at took $args: exit $got"
+done <<TABLE
+live --password-file $work/pw --auth-key wrong
+replayer --password-file $work/pw --auth-key wrong
+replayer --password wrong --auth-key-file $work/key
+TABLE
+# A secret file that cannot be read or is empty stops it with one line.
+while IFS='|' read -r text args; do
+  got=0
+  eval "timeout 5 \"$devserver\" $args" >/dev/null 2>"$work/err" || got=$?
+  [ "$got" = 2 ] && [ "$(wc -l <"$work/err")" = 1 ] && grep -qF -- "$text" "$work/err" ||
+    fail "$args: exit $got, $(cat "$work/err")"
+done <<'TABLE'
+--password-file: cannot read|--user u --password-file "$work/nothing"
+--token-file: the first line of|--user t --token-file "$work/empty"
+--auth-key-file: the first line of|--auth-key-file "$work/empty"
+TABLE
 
 # ---- Infer the service, generate its client, call it offline ---------------
 "$gen" --infer "$work/rec" >"$work/service.json" 2>&1 || fail "infer: $(cat "$work/service.json")"
@@ -159,9 +184,9 @@ done <<'TABLE'
 22|no recorded answer for \"/c\"|/c '{}'
 22|no recorded answer for \"/d\"|/d '{}'
 TABLE
-mkdir "$work/empty"
-start empty --replay "$work/empty"
-grep -q "warning: nothing to replay in" "$work/empty.log" || fail "an empty replay"
+mkdir "$work/nothing"
+start nothing --replay "$work/nothing"
+grep -q "warning: nothing to replay in" "$work/nothing.log" || fail "an empty replay"
 
 # ---- A recorder killed while writing leaves whole files ---------------------
 start killed --record "$work/killed" "${accounts[@]}"
@@ -187,9 +212,25 @@ start again --record "$work/killed" --route "/fixed=$work/fixed.json" "${account
 "$request" --port "$port" "${as_u[@]}" /echo x >/dev/null || fail "recording again"
 [ "$(ls -a "$work/killed" | tail -n 1)" = "$(printf '%06d.json' $((10#${highest%.json} + 1)))" ] &&
   ! ls -a "$work/killed" | grep -q '\.tmp$' || fail "after a restart: $(ls -a "$work/killed")"
-# A route's answer is recorded like any other.
-"$request" --port "$port" "${as_u[@]}" /fixed '{}' >/dev/null || fail "a route while recording"
-grep -qF '"answer": 42' "$work/killed/$(ls "$work/killed" | tail -n 1)" || fail "route not recorded"
+
+# ---- Redaction: default names and --redact's, in headers and queries ------
+start redactor --upstream 127.0.0.1:1 --route "/r=$work/fixed.json" --record "$work/red" \
+  --redact Sid --redact x-team-pass
+# path | curl's header options | what the recording holds (and no "sec-")
+while IFS='|' read -r path headers text; do
+  eval "curl -s -d '{}' $headers \"http://127.0.0.1:$port\$path\"" >/dev/null
+  file=$work/red/$(ls "$work/red" | tail -n 1)
+  grep -qF -- "$text" "$file" && ! grep -q 'sec-' "$file" || fail "$path $headers: $(cat "$file")"
+done <<'TABLE'
+/r|-H 'X-Api-Key: sec-1'|"X-Api-Key" : "(removed)"
+/r|-H 'x-auth-token: sec-2' -H 'X-Team-Pass: sec-3'|"X-Team-Pass" : "(removed)"
+/r?a=1&api_key=sec-4&b=%41||"path": "/r?a=1&api_key=(removed)&b=%41"
+/r?TOKEN=sec-5&key=shown&Sid=sec-6&access_token&sig=||"path": "/r?TOKEN=(removed)&key=shown&Sid=(removed)&access_token&sig=(removed)"
+TABLE
+# A route's answer is recorded, and replayed for a path redacted alike.
+start unredacted --replay "$work/red" --redact SID "${accounts[@]}"
+"$request" --port "$port" "${as_u[@]}" '/r?TOKEN=t&key=shown&Sid=s&access_token&sig=' '{}' |
+  grep -qF '"answer": 42' || fail "a redacted path was not replayed"
 
 # ---- An upstream that cannot be reached -------------------------------------
 start lost --upstream 127.0.0.1:1

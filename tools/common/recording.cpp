@@ -5,12 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <strings.h>
 #include <unistd.h>
 
 #include <json/writer.h>
 
 #include "common/json_text.h"
+#include "common/redaction.h"
 
 namespace velmora_tools {
 namespace {
@@ -30,24 +30,13 @@ const char *const text = "_text";
 const char *const omitted = "_omitted";
 } // namespace member
 
-const char *const removed = "(removed)";
-
-/* A captured signature could be replayed while its date is fresh, so no
- * credential reaches the disk. */
-bool secret_header(const std::string &name) {
-  for (const char *secret : {"AUTHENTICATION", "LOCAL_AUTH_KEY",
-                             "Authorization", "Proxy-Authorization", "Cookie"})
-    if (strcasecmp(name.c_str(), secret) == 0)
-      return true;
-  return false;
-}
-
 /* Lines of one name are joined, as HTTP reads them. */
 Json::Value headers_value(const Exchange &exchange) {
   Json::Value headers(Json::objectValue);
   for (const auto &header : exchange.request_headers) {
     const std::string &name = header.first;
-    std::string value = secret_header(name) ? removed : header.second;
+    std::string value =
+        redacted_name(name, exchange.redacted) ? removed : header.second;
     Json::Value &slot = headers[name];
     slot = slot.isString() ? slot.asString() + ", " + value : value;
   }
@@ -89,7 +78,9 @@ std::string body_member(const std::string &name, std::string_view body,
 std::string recording_text(const Exchange &exchange, size_t limit) {
   std::string text = "{\n" + line(member::marker, "1") + ",\n";
   text += line(member::method, member_text(exchange.method)) + ",\n";
-  text += line(member::path, member_text(exchange.path)) + ",\n";
+  text += line(member::path,
+               member_text(redacted_path(exchange.path, exchange.redacted))) +
+          ",\n";
   text += line(member::request_headers, member_text(headers_value(exchange))) +
           ",\n";
   text += body_member(member::request, exchange.request, limit) + ",\n";

@@ -34,11 +34,13 @@ struct Exchange {
   bool has_date = false;
   std::string date; /* the reply's */
   std::string_view reply;
+  /* header and query parameter names redacted besides the defaults */
+  std::vector<std::string> redacted;
 };
 
 /* Writes `exchange` into `dir` as file `number`, whole or not at all;
- * credentials are left out, and bodies over `limit` bytes noted by their
- * size. False with the reason in `why`. */
+ * credentials are redacted (common/redaction.h), and bodies over `limit`
+ * bytes noted by their size. False with the reason in `why`. */
 bool write_recording(const std::string &dir, long number,
                      const Exchange &exchange, size_t limit, std::string *why);
 

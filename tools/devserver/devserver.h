@@ -18,6 +18,7 @@
 
 #include "common/json_text.h"
 #include "common/recording.h"
+#include "common/redaction.h"
 #include "items.h"
 #include "script.h"
 
@@ -58,6 +59,7 @@ struct Config {
   std::string upstream;   /* HOST:PORT to forward to; empty: answer here */
   std::string record_dir; /* empty: nothing recorded */
   size_t record_limit = max_held_body; /* a body past it: its size alone */
+  std::vector<std::string> redacted;   /* --redact's names */
   std::string replay_dir;              /* empty: no replay */
 };
 
@@ -139,8 +141,9 @@ void record(const Config &config, long number, const httplib::Request &req,
 /* Replaying (replay.cpp) */
 bool load_replay(const Config &config, State *state, std::string *why);
 /* The recorded answer for the request; 404 naming a path never answered. */
-void replay(const Recording &replayed, const httplib::Request &req,
-            const std::string &body, httplib::Response &res);
+void replay(const Config &config, const Recording &replayed,
+            const httplib::Request &req, const std::string &body,
+            httplib::Response &res);
 
 } // namespace devserver
 

@@ -34,7 +34,7 @@ void answer_here(const Config &config, const State &state,
   if (answer_route(config, req.path, res))
     return;
   if (!config.replay_dir.empty()) {
-    replay(state.replayed, req, body, res);
+    replay(config, state.replayed, req, body, res);
   } else if (req.path == "/echo") {
     std::string type = req.get_header_value("Content-Type");
     res.set_content(body,

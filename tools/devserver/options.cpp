@@ -1,5 +1,6 @@
 /* velmora-devserver's command line: its usage text and the options read
  * into a Config. */
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -7,20 +8,38 @@
 
 #include <velmora/velmora.h>
 
+#include "common/input.h"
 #include "devserver.h"
 
 namespace devserver {
 namespace {
 
+/* The names --record redacts by default, wrapped as the usage text is. */
+void print_redacted(FILE *stream) {
+  std::string names = velmora_tools::default_redacted_names() + ".";
+  std::string line = " ";
+  for (size_t start = 0, end; start < names.size(); start = end + 1) {
+    end = std::min(names.find(' ', start), names.size());
+    if (line.size() + end - start > 75) {
+      fprintf(stream, "%s\n", line.c_str());
+      line = " ";
+    }
+    line += " " + names.substr(start, end - start);
+  }
+  fprintf(stream, "%s\n", line.c_str());
+}
+
 void usage(FILE *stream) {
   fputs(
-      "Usage: velmora-devserver [--port N] [--user NAME (--password PW | "
-      "--token TK)...]...\n"
-      "                         [--auth-key KEY] [--clock-offset SECONDS]\n"
+      "Usage: velmora-devserver [--port N] [--user NAME (--password-file F "
+      "| --token-file F)...]...\n"
+      "                         [--auth-key-file F] [--clock-offset "
+      "SECONDS]\n"
       "                         [--route PATH=FILE]... [--fault "
       "PATH:FAULT]...\n"
       "                         [--upstream HOST:PORT | --replay DIR] "
       "[--record DIR [--record-limit BYTES]]\n"
+      "                         [--redact NAME]...\n"
       "                         [--log json]\n"
       "\n"
       "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
@@ -30,11 +49,20 @@ void usage(FILE *stream) {
       "\n"
       "  --port N             port to listen on (default 8888; 0: any free "
       "one)\n"
-      "  --user NAME          an account; the --password and --token options\n"
+      "  --user NAME          an account; the password and token options\n"
       "                       that follow belong to it (both may be given)\n"
-      "  --password PW        the account signs with the password scheme\n"
-      "  --token TK           the account signs with the token scheme\n"
-      "  --auth-key KEY       require this LOCAL_AUTH_KEY on every request\n"
+      "  --password-file F    the account signs with the password scheme, the\n"
+      "                       password the first line of file F (- for\n"
+      "                       standard input)\n"
+      "  --token-file F       the account signs with the token scheme, the\n"
+      "                       token the first line of F\n"
+      "  --auth-key-file F    require the first line of F as LOCAL_AUTH_KEY\n"
+      "                       on every request; without it or --auth-key,\n"
+      "                       the key in VELMORA_DEVSERVER_AUTH_KEY when set\n"
+      "  --password PW, --token TK, --auth-key KEY\n"
+      "                       the same, given on the command line, where\n"
+      "                       every local user sees them (ps): use the file\n"
+      "                       options or the variable\n"
       "  --clock-offset S     run the server's clock S seconds ahead (or\n"
       "                       behind, when negative)\n"
       "  --route PATH=FILE    answer FILE's JSON for PATH (signatures are "
@@ -56,10 +84,14 @@ void usage(FILE *stream) {
       "answers\n"
       "                       over 64 MiB or not within 120 s\n"
       "  --record DIR         write each exchange to DIR/NNNNNN.json (made\n"
-      "                       whole, then renamed), credentials replaced by\n"
-      "                       \"(removed)\"; a body over the limit is passed\n"
-      "                       on and only its size recorded\n"
+      "                       whole, then renamed), credentials (below, and\n"
+      "                       --redact's) replaced by \"(removed)\"; a body\n"
+      "                       over the limit is passed on and only its size\n"
+      "                       recorded\n"
       "  --record-limit BYTES the largest body recorded (default 64 MiB)\n"
+      "  --redact NAME        redact NAME's values too, in header lines and\n"
+      "                       query parameters (repeatable; give --replay\n"
+      "                       the same names)\n"
       "  --replay DIR         answer from DIR's recorded 200 replies: the one\n"
       "                       whose path and JSON body match, else the latest\n"
       "                       for the path, else 404; checks still apply\n"
@@ -75,8 +107,12 @@ void usage(FILE *stream) {
       "\n"
       "A port in use is refused. Each connection has a worker of its own; an\n"
       "idle one is closed after 2 s. Bodies over 8 MiB, chunked or not, get\n"
-      "413.\n",
+      "413.\n"
+      "\n"
+      "Redacted by default, in header lines and query parameters of any "
+      "case:\n",
       stream);
+  print_redacted(stream);
 }
 
 /* --route, --fault and --log; false after saying why. */
@@ -94,7 +130,33 @@ bool script_option(int option, const char *argument, Config *config) {
   return ok;
 }
 
-/* --user, --password and --token; false after saying why. */
+const char *option_name(int option) {
+  return option == 'w'   ? "--password"
+         : option == 'W' ? "--password-file"
+         : option == 't' ? "--token"
+         : option == 'T' ? "--token-file"
+                         : "--auth-key-file";
+}
+
+/* The secret an option gives: its argument, or for a -file option the
+ * first line of that file, which must not be empty; false after saying
+ * why. */
+bool secret_option(int option, const char *argument, std::string *secret) {
+  if (option == 'w' || option == 't' || option == 'k') {
+    *secret = argument;
+    return true;
+  }
+  std::string why;
+  if (velmora_tools::read_secret(argument, secret, &why) && secret->empty())
+    why = "the first line of \"" + std::string(argument) + "\" is empty";
+  if (!why.empty())
+    fprintf(stderr, "velmora-devserver: %s: %s\n", option_name(option),
+            why.c_str());
+  return why.empty();
+}
+
+/* --user, --password, --token and their -file forms; false after saying
+ * why. */
 bool account_option(int option, const char *argument, Config *config,
                     Account **account) {
   if (option == 'u') {
@@ -106,19 +168,36 @@ bool account_option(int option, const char *argument, Config *config,
     }
     return true;
   }
+  std::string secret;
   if (*account == nullptr) {
-    fprintf(stderr, "velmora-devserver: --%s must follow a --user\n",
-            option == 'w' ? "password" : "token");
+    fprintf(stderr, "velmora-devserver: %s must follow a --user\n",
+            option_name(option));
     return false;
   }
-  if (option == 't') {
-    (*account)->token = argument;
+  if (!secret_option(option, argument, &secret))
+    return false;
+  if (option == 't' || option == 'T') {
+    (*account)->token = secret;
     (*account)->has_token = true;
   } else {
-    (*account)->password_sha1 = sha1_hex(argument);
+    (*account)->password_sha1 = sha1_hex(secret);
     (*account)->has_password = true;
   }
   return true;
+}
+
+/* --auth-key, --auth-key-file and --redact; false after saying why. */
+bool request_option(int option, const char *argument, Config *config) {
+  if (option == 'D' && *argument == '\0') {
+    fputs("velmora-devserver: --redact takes a name\n", stderr);
+    return false;
+  }
+  if (option == 'D') {
+    config->redacted.push_back(argument);
+    return true;
+  }
+  config->require_auth_key = true;
+  return secret_option(option, argument, &config->auth_key);
 }
 
 /* --upstream, --record and --replay; false after saying why. */
@@ -136,6 +215,37 @@ bool mode_option(int option, const char *argument, Config *config) {
   }
   fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
   return false;
+}
+
+const option options[] = {{"port", required_argument, nullptr, 'p'},
+                          {"user", required_argument, nullptr, 'u'},
+                          {"password", required_argument, nullptr, 'w'},
+                          {"token", required_argument, nullptr, 't'},
+                          {"password-file", required_argument, nullptr, 'W'},
+                          {"token-file", required_argument, nullptr, 'T'},
+                          {"auth-key", required_argument, nullptr, 'k'},
+                          {"auth-key-file", required_argument, nullptr, 'K'},
+                          {"redact", required_argument, nullptr, 'D'},
+                          {"clock-offset", required_argument, nullptr, 'c'},
+                          {"route", required_argument, nullptr, 'r'},
+                          {"fault", required_argument, nullptr, 'f'},
+                          {"log", required_argument, nullptr, 'l'},
+                          {"upstream", required_argument, nullptr, 'U'},
+                          {"record", required_argument, nullptr, 'R'},
+                          {"replay", required_argument, nullptr, 'P'},
+                          {"record-limit", required_argument, nullptr, 'L'},
+                          {"help", no_argument, nullptr, 'h'},
+                          {"version", no_argument, nullptr, 'V'},
+                          {nullptr, 0, nullptr, 0}};
+
+/* --auth-key-file and the variable keep the key out of the process list;
+ * the options win over the variable. */
+void key_from_environment(Config *config) {
+  const char *key = getenv("VELMORA_DEVSERVER_AUTH_KEY");
+  if (key != nullptr && *key != '\0') {
+    config->auth_key = key;
+    config->require_auth_key = true;
+  }
 }
 
 /* --port, --clock-offset and --record-limit; false after saying why. */
@@ -178,38 +288,21 @@ bool parse_number(const std::string &text, long low, long high, long *value,
 }
 
 int parse_options(int argc, char **argv, Config *config) {
-  static const option options[] = {
-      {"port", required_argument, nullptr, 'p'},
-      {"user", required_argument, nullptr, 'u'},
-      {"password", required_argument, nullptr, 'w'},
-      {"token", required_argument, nullptr, 't'},
-      {"auth-key", required_argument, nullptr, 'k'},
-      {"clock-offset", required_argument, nullptr, 'c'},
-      {"route", required_argument, nullptr, 'r'},
-      {"fault", required_argument, nullptr, 'f'},
-      {"log", required_argument, nullptr, 'l'},
-      {"upstream", required_argument, nullptr, 'U'},
-      {"record", required_argument, nullptr, 'R'},
-      {"replay", required_argument, nullptr, 'P'},
-      {"record-limit", required_argument, nullptr, 'L'},
-      {"help", no_argument, nullptr, 'h'},
-      {"version", no_argument, nullptr, 'V'},
-      {nullptr, 0, nullptr, 0}};
   Account *account = nullptr;
   int c;
   bool ok = true;
+  key_from_environment(config);
   while (ok && (c = getopt_long(argc, argv, "", options, nullptr)) != -1) {
     if (c == 'p' || c == 'c' || c == 'L') {
       ok = number_option(c, optarg, config);
-    } else if (c == 'u' || c == 'w' || c == 't') {
+    } else if (c == 'u' || c == 'w' || c == 't' || c == 'W' || c == 'T') {
       ok = account_option(c, optarg, config, &account);
     } else if (c == 'r' || c == 'f' || c == 'l') {
       ok = script_option(c, optarg, config);
     } else if (c == 'U' || c == 'R' || c == 'P') {
       ok = mode_option(c, optarg, config);
-    } else if (c == 'k') {
-      config->auth_key = optarg;
-      config->require_auth_key = true;
+    } else if (c == 'k' || c == 'K' || c == 'D') {
+      ok = request_option(c, optarg, config);
     } else if (c == 'h' || c == 'V') {
       if (c == 'h')
         usage(stdout);

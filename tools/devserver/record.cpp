@@ -47,6 +47,7 @@ void record(const Config &config, long number, const httplib::Request &req,
   exchange.has_date = res.has_header("Date");
   exchange.date = res.get_header_value("Date");
   exchange.reply = res.body;
+  exchange.redacted = config.redacted;
   std::string why;
   if (!velmora_tools::write_recording(config.record_dir, number, exchange,
                                       config.record_limit, &why))

@@ -1,5 +1,6 @@
 /* Replaying (--replay DIR): answers from a recording, the exchange whose
- * body matches first, else the latest answer recorded for the path. */
+ * body matches first, else the latest answer recorded for the path, paths
+ * compared with their credentials redacted. */
 #include <algorithm>
 #include <cstring>
 #include <dirent.h>
@@ -25,7 +26,8 @@ std::string unplayable(const velmora_tools::Recorded &file) {
   return "";
 }
 
-bool load_one(const std::string &name, long number, Recording *recording) {
+bool load_one(const Config &config, const std::string &name, long number,
+              Recording *recording) {
   velmora_tools::Recorded file;
   std::string why;
   if (velmora_tools::read_recording(name, &file, &why))
@@ -41,7 +43,10 @@ bool load_one(const std::string &name, long number, Recording *recording) {
   entry.reply = std::move(file.reply.text);
   entry.reply_type =
       file.reply.form == Form::json ? "application/json" : "text/plain";
-  (*recording)[file.path].push_back(std::move(entry));
+  /* Redacted again, as requests are, so that a path recorded under other
+   * --redact names still matches. */
+  (*recording)[velmora_tools::redacted_path(file.path, config.redacted)]
+      .push_back(std::move(entry));
   return true;
 }
 
@@ -68,7 +73,8 @@ bool load_replay(const Config &config, State *state, std::string *why) {
   std::sort(numbers.begin(), numbers.end());
   size_t loaded = 0;
   for (long number : numbers)
-    loaded += load_one(dir + "/" + velmora_tools::recording_name(number, false),
+    loaded += load_one(config,
+                       dir + "/" + velmora_tools::recording_name(number, false),
                        number, &state->replayed);
   fprintf(stderr, "velmora-devserver: replaying %zu of %zu exchanges in %s\n",
           loaded, numbers.size(), dir.c_str());
@@ -80,12 +86,15 @@ bool load_replay(const Config &config, State *state, std::string *why) {
   return true;
 }
 
-void replay(const Recording &replayed, const httplib::Request &req,
-            const std::string &body, httplib::Response &res) {
-  auto found = replayed.find(req.target);
+void replay(const Config &config, const Recording &replayed,
+            const httplib::Request &req, const std::string &body,
+            httplib::Response &res) {
+  /* Recorded paths hold no credential, so the request's is left out too,
+   * and the log line is spared it. */
+  std::string path = velmora_tools::redacted_path(req.target, config.redacted);
+  auto found = replayed.find(path);
   if (found == replayed.end())
-    return answer_error(res, 404,
-                        "no recorded answer for \"" + req.target + "\"");
+    return answer_error(res, 404, "no recorded answer for \"" + path + "\"");
   const std::vector<Replayed> &entries = found->second;
   Json::Value value;
   bool json = velmora_tools::parse_json(

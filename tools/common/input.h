@@ -1,0 +1,22 @@
+/* What the tools' command lines name to read: a file, or standard input
+ * as "-", whole or its first line (a secret kept out of the process
+ * list). */
+#ifndef VELMORA_TOOLS_INPUT_H
+#define VELMORA_TOOLS_INPUT_H
+
+#include <string>
+
+namespace velmora_tools {
+
+/* All of file `name` ("-": standard input) appended to `text`; false with
+ * the reason in `why`. A closed standard input and a directory are
+ * refused rather than read as empty. */
+bool read_input(const char *name, std::string *text, std::string *why);
+
+/* The first line of file `name` ("-": standard input), without its end;
+ * false with "cannot read \"NAME\": reason" in `why`. */
+bool read_secret(const char *name, std::string *secret, std::string *why);
+
+} // namespace velmora_tools
+
+#endif
