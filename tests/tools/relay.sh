@@ -3,8 +3,8 @@
 # recording devserver to one whose clock runs an hour ahead (the first call
 # goes through only after a re-synchronisation), recordings free of every
 # secret, the same page from a replaying devserver, replay's matching order
-# as a table, whole files after a recorder is killed mid-write, and 502 for
-# an unreachable upstream.
+# as a table, whole files after a recorder is killed mid-write, recorders
+# sharing a directory, and 502 for an unreachable upstream.
 # From the recording, velmora-gen --infer writes the service's schema, and
 # a program calling the inferred operation, compiled with COMPILE..., gets
 # the same page from the replaying devserver.
@@ -182,6 +182,30 @@ start again --record "$work/killed" --route "/fixed=$work/fixed.json" "${account
 # A route's answer is recorded like any other.
 "$request" --port "$port" "${as_u[@]}" /fixed '{}' >/dev/null || fail "a route while recording"
 grep -qF '"answer": 42' "$work/killed/$(ls "$work/killed" | tail -n 1)" || fail "route not recorded"
+
+# ---- Recorders sharing a directory -------------------------------------------
+# The first removes what a stopped recorder left aside (a running one's stays);
+# then every call, whichever recorder it reaches, is recorded exactly once.
+mkdir "$work/shared"
+dead=$(sh -c 'echo $$')
+touch "$work/shared/".{"000001-$dead.json.tmp","000001-$$.json.tmp","000002-$dead.json",notes.tmp}
+ports=()
+for i in 1 2 3; do
+  start "shared$i" --record "$work/shared" "${accounts[@]}"
+  ports+=("$port")
+done
+grep -qx "velmora-devserver: removed 1 unfinished files stopped recorders left in $work/shared" \
+  "$work/shared1.log" && ! grep -q removed "$work/shared2.log" || fail "leftovers: $(ls -A "$work/shared")"
+calls=()
+for i in $(seq 60); do
+  "$request" --port "${ports[i % 3]}" "${as_u[@]}" /echo "{\"call\": $i}" >/dev/null 2>&1 &
+  calls+=($!)
+done
+for call in "${calls[@]}"; do wait "$call" || fail "a call to a shared recorder: exit $?"; done
+# 60 files holding 60 distinct requests: each call once.
+[ "$(ls "$work/shared" | grep -c '^[0-9]\{6\}\.json$')" = 60 ] &&
+  [ "$(grep -ho '"request": {"call": [0-9]*}' "$work/shared"/*.json | sort -u | wc -l)" = 60 ] &&
+  [ "$(ls -A "$work/shared" | grep -c '\.tmp$')" = 2 ] || fail "shared: $(ls -A "$work/shared")"
 
 # ---- An upstream that cannot be reached -------------------------------------
 start lost --upstream 127.0.0.1:1

@@ -100,7 +100,7 @@ void handle(const Config &config, State &state, const httplib::Request &req,
     }
     serve(config, state, req, body, res);
     if (number != 0 && note.recordable)
-      record(config, number, req, body, res);
+      record(config, state, number, req, body, res);
   } catch (const std::exception &e) {
     answer_error(res, 500, std::string("internal error: ") + e.what());
   }
