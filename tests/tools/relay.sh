@@ -4,7 +4,8 @@
 # goes through only after a re-synchronisation), recordings free of every
 # secret, the same page from a replaying devserver, replay's matching order
 # as a table, whole files after a recorder is killed mid-write, recorders
-# sharing a directory, and 502 for an unreachable upstream.
+# sharing a directory, no directory from a failed start, and 502 for an
+# unreachable upstream.
 # From the recording, velmora-gen --infer writes the service's schema, and
 # a program calling the inferred operation, compiled with COMPILE..., gets
 # the same page from the replaying devserver.
@@ -38,6 +39,9 @@ page='{"list_info": {"__type__": "ListInfo", "__properties__": {"limit": 2, "off
 # ---- Record: the live service behind a recorder ----------------------------
 start live --clock-offset 3600 "${accounts[@]}"
 live=$port
+"$devserver" --port "$live" --record "$work/never" 2>"$work/never.log" && fail "two servers on one port"
+grep -q "port $live is already in use" "$work/never.log" && [ ! -e "$work/never" ] ||
+  fail "a failed start made its directory"
 start recorder --upstream "127.0.0.1:$live" --record "$work/rec" --record-limit $((4 << 20))
 recorder=$port
 
