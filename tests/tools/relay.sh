@@ -4,8 +4,9 @@
 # goes through only after a re-synchronisation), recordings and command
 # lines free of every secret (given by files and the environment), the same
 # page from a replaying devserver, replay's matching order as a table, whole
-# files after a recorder is killed mid-write, redaction as a table, and 502
-# for an unreachable upstream.
+# files after a recorder is killed mid-write, recorders sharing a directory,
+# no directory from a failed start, redaction as a table, and 502 for an
+# unreachable upstream.
 # From the recording, velmora-gen --infer writes the service's schema, and
 # a program calling the inferred operation, compiled with COMPILE..., gets
 # the same page from the replaying devserver.
@@ -43,6 +44,9 @@ page='{"list_info": {"__type__": "ListInfo", "__properties__": {"limit": 2, "off
 # ---- Record: the live service behind a recorder ----------------------------
 VELMORA_DEVSERVER_AUTH_KEY=$key start live --clock-offset 3600 "${creds[@]}"
 live=$port
+"$devserver" --port "$live" --record "$work/never" 2>"$work/never.log" && fail "two servers on one port"
+grep -q "port $live is already in use" "$work/never.log" && [ ! -e "$work/never" ] ||
+  fail "a failed start made its directory"
 start recorder --upstream "127.0.0.1:$live" --record "$work/rec" --record-limit $((4 << 20))
 recorder=$port
 
@@ -231,6 +235,30 @@ TABLE
 start unredacted --replay "$work/red" --redact SID "${accounts[@]}"
 "$request" --port "$port" "${as_u[@]}" '/r?TOKEN=t&key=shown&Sid=s&access_token&sig=' '{}' |
   grep -qF '"answer": 42' || fail "a redacted path was not replayed"
+
+# ---- Recorders sharing a directory -------------------------------------------
+# The first removes what a stopped recorder left aside (a running one's stays);
+# then every call, whichever recorder it reaches, is recorded exactly once.
+mkdir "$work/shared"
+dead=$(sh -c 'echo $$')
+touch "$work/shared/".{"000001-$dead.json.tmp","000001-$$.json.tmp","000002-$dead.json",notes.tmp}
+ports=()
+for i in 1 2 3; do
+  start "shared$i" --record "$work/shared" "${accounts[@]}"
+  ports+=("$port")
+done
+grep -qx "velmora-devserver: removed 1 unfinished files stopped recorders left in $work/shared" \
+  "$work/shared1.log" && ! grep -q removed "$work/shared2.log" || fail "leftovers: $(ls -A "$work/shared")"
+calls=()
+for i in $(seq 60); do
+  "$request" --port "${ports[i % 3]}" "${as_u[@]}" /echo "{\"call\": $i}" >/dev/null 2>&1 &
+  calls+=($!)
+done
+for call in "${calls[@]}"; do wait "$call" || fail "a call to a shared recorder: exit $?"; done
+# 60 files holding 60 distinct requests: each call once.
+[ "$(ls "$work/shared" | grep -c '^[0-9]\{6\}\.json$')" = 60 ] &&
+  [ "$(grep -ho '"request": {"call": [0-9]*}' "$work/shared"/*.json | sort -u | wc -l)" = 60 ] &&
+  [ "$(ls -A "$work/shared" | grep -c '\.tmp$')" = 2 ] || fail "shared: $(ls -A "$work/shared")"
 
 # ---- An upstream that cannot be reached -------------------------------------
 start lost --upstream 127.0.0.1:1

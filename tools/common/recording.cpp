@@ -3,8 +3,8 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <json/writer.h>
@@ -90,12 +90,52 @@ std::string recording_text(const Exchange &exchange, size_t limit) {
   return text + body_member(member::reply, exchange.reply, limit) + "\n}\n";
 }
 
-bool write_whole(const std::string &name, const std::string &text) {
+/* Synced before it is linked, so that a crash never leaves a name on an
+ * empty or partial file. */
+bool write_synced(const std::string &name, const std::string &text) {
   FILE *file = fopen(name.c_str(), "wb");
   if (file == nullptr)
     return false;
-  bool ok = fwrite(text.data(), 1, text.size(), file) == text.size();
+  bool ok = fwrite(text.data(), 1, text.size(), file) == text.size() &&
+            fflush(file) == 0 && fsync(fileno(file)) == 0;
   return fclose(file) == 0 && ok;
+}
+
+/* link() fails with EEXIST on a name another writer holds, where rename()
+ * would replace its file: each number goes to one exchange. */
+bool claim(const std::string &dir, const std::string &aside, long *number,
+           std::string *why) {
+  for (; *number <= last_recording; ++*number) {
+    std::string whole = dir + "/" + recording_name(*number);
+    if (link(aside.c_str(), whole.c_str()) == 0)
+      return true;
+    if (errno != EEXIST) {
+      *why = strerror(errno);
+      return false;
+    }
+  }
+  *why = dir + " is full";
+  return false;
+}
+
+/* The new name lasts through a crash only once its directory is synced. */
+bool sync_directory(const std::string &dir) {
+  int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0)
+    return false;
+  bool ok = fsync(fd) == 0;
+  close(fd);
+  return ok;
+}
+
+/* The digits at the start of `text`, at most 10, their count in `*count`. */
+long leading_number(const char *text, size_t *count) {
+  long value = 0;
+  for (*count = 0;
+       *count < 10 && isdigit(static_cast<unsigned char>(text[*count]));
+       ++*count)
+    value = value * 10 + (text[*count] - '0');
+  return value;
 }
 
 /* The body `name` of a recording; a JSON body's bytes from `text`. */
@@ -119,38 +159,49 @@ Body read_body(const Json::Value &file, std::string_view text,
 
 } // namespace
 
-std::string recording_name(long number, bool aside) {
+std::string recording_name(long number) {
   char name[32];
-  snprintf(name, sizeof name, aside ? ".%06ld.json.tmp" : "%06ld.json", number);
+  snprintf(name, sizeof name, "%06ld.json", number);
   return name;
 }
 
-long recording_number(const char *name, bool aside) {
-  const char *digits = aside ? name + 1 : name;
-  const char *tail = aside ? ".json.tmp" : ".json";
-  if ((aside && name[0] != '.') || strlen(digits) != 6 + strlen(tail) ||
-      strcmp(digits + 6, tail) != 0)
-    return 0;
-  for (int i = 0; i < 6; i++)
-    if (!isdigit(static_cast<unsigned char>(digits[i])))
-      return 0;
-  return strtol(std::string(digits, 6).c_str(), nullptr, 10);
+long recording_number(const char *name) {
+  size_t count;
+  long number = leading_number(name, &count);
+  return count == 6 && strcmp(name + 6, ".json") == 0 ? number : 0;
 }
 
-bool write_recording(const std::string &dir, long number,
+std::string aside_name(long number, long pid) {
+  char name[48];
+  snprintf(name, sizeof name, ".%06ld-%ld.json.tmp", number, pid);
+  return name;
+}
+
+long aside_pid(const char *name) {
+  size_t count = 0;
+  if (name[0] == '.')
+    leading_number(name + 1, &count);
+  if (count != 6 || name[7] != '-')
+    return 0;
+  long pid = leading_number(name + 8, &count);
+  return count > 0 && strcmp(name + 8 + count, ".json.tmp") == 0 ? pid : 0;
+}
+
+bool write_recording(const std::string &dir, long *number,
                      const Exchange &exchange, size_t limit, std::string *why) {
-  if (number > last_recording) {
-    *why = dir + " is full";
+  std::string aside = dir + "/" + aside_name(*number, getpid());
+  if (!write_synced(aside, recording_text(exchange, limit))) {
+    *why = strerror(errno);
+    unlink(aside.c_str());
     return false;
   }
-  std::string whole = dir + "/" + recording_name(number, false);
-  std::string aside = dir + "/" + recording_name(number, true);
-  if (write_whole(aside, recording_text(exchange, limit)) &&
-      rename(aside.c_str(), whole.c_str()) == 0)
-    return true;
-  *why = strerror(errno);
+  bool claimed = claim(dir, aside, number, why);
   unlink(aside.c_str());
-  return false;
+  if (claimed && !sync_directory(dir)) {
+    *why = "cannot sync " + dir + ": " + strerror(errno);
+    return false;
+  }
+  return claimed;
 }
 
 bool read_recorded(const Json::Value &file, std::string_view text,

@@ -17,12 +17,17 @@
 
 namespace velmora_tools {
 
-/* Files are numbered from 1 in arrival order, six digits: NNNNNN.json, or
- * .NNNNNN.json.tmp while written aside. */
+/* Files are numbered from 1 in arrival order, six digits: NNNNNN.json. */
 const long last_recording = 999999;
-std::string recording_name(long number, bool aside);
+std::string recording_name(long number);
 /* NNNNNN of a name recording_name gives; 0 for any other name. */
-long recording_number(const char *name, bool aside);
+long recording_number(const char *name);
+/* A file is written aside first as .NNNNNN-PID.json.tmp: the number its
+ * writer started from and the writer's process, so that no two writers,
+ * whatever the recorders on one directory, share one. */
+std::string aside_name(long number, long pid);
+/* PID of a name aside_name gives; 0 for any other name. */
+long aside_pid(const char *name);
 
 /* An exchange as it passed through the recorder. */
 struct Exchange {
@@ -38,10 +43,11 @@ struct Exchange {
   std::vector<std::string> redacted;
 };
 
-/* Writes `exchange` into `dir` as file `number`, whole or not at all;
- * credentials are redacted (common/redaction.h), and bodies over `limit`
- * bytes noted by their size. False with the reason in `why`. */
-bool write_recording(const std::string &dir, long number,
+/* Writes `exchange` into `dir` whole or not at all, and synced, as the
+ * first number from `*number` on that no file holds, which `*number` is
+ * set to; credentials are redacted (common/redaction.h), and bodies over
+ * `limit` bytes noted by their size. False with the reason in `why`. */
+bool write_recording(const std::string &dir, long *number,
                      const Exchange &exchange, size_t limit, std::string *why);
 
 /* A body as a recording holds it. */

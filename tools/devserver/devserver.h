@@ -132,11 +132,14 @@ void forward(const Config &config, const httplib::Request &req,
 
 /* Recording (record.cpp) */
 /* Makes the directory when missing, numbers on from what it holds and
- * drops files a stopped recorder left aside. False with the reason in
- * `why`. */
+ * removes, saying how many, files stopped recorders left aside. False with
+ * the reason in `why`. */
 bool open_recording(const Config &config, State *state, std::string *why);
-void record(const Config &config, long number, const httplib::Request &req,
-            const std::string &body, const httplib::Response &res);
+/* Records the exchange as file `number` or, when another recorder on the
+ * directory took it, the first free one after. */
+void record(const Config &config, State &state, long number,
+            const httplib::Request &req, const std::string &body,
+            const httplib::Response &res);
 
 /* Replaying (replay.cpp) */
 bool load_replay(const Config &config, State *state, std::string *why);

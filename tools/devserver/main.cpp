@@ -100,7 +100,7 @@ void handle(const Config &config, State &state, const httplib::Request &req,
     }
     serve(config, state, req, body, res);
     if (number != 0 && note.recordable)
-      record(config, number, req, body, res);
+      record(config, state, number, req, body, res);
   } catch (const std::exception &e) {
     answer_error(res, 500, std::string("internal error: ") + e.what());
   }
@@ -166,8 +166,7 @@ void set_up(httplib::Server &server, const Config &config, State &state) {
 
 /* The state serving starts from; false with the reason in `why`. */
 bool prepare(const Config &config, State *state, std::string *why) {
-  if ((!config.record_dir.empty() && !open_recording(config, state, why)) ||
-      (!config.replay_dir.empty() && !load_replay(config, state, why)))
+  if (!config.replay_dir.empty() && !load_replay(config, state, why))
     return false;
   state->catalogue = make_catalogue();
   count_faults(config.script, &state->fault_counts);
@@ -185,6 +184,22 @@ int bind_port(httplib::Server &server, int wanted) {
     fprintf(stderr, "velmora-devserver: cannot listen on 127.0.0.1:%d: %s\n",
             wanted, strerror(errno));
   return port;
+}
+
+/* The port on stdout, for scripts that started us on any port. */
+void announce(const Config &config, int port) {
+  printf("%d\n", port);
+  fflush(stdout);
+  if (config.upstream.empty())
+    fprintf(stderr,
+            "velmora-devserver: listening on http://127.0.0.1:%d, clock "
+            "offset %ld s\n",
+            port, config.clock_offset);
+  else
+    fprintf(stderr,
+            "velmora-devserver: listening on http://127.0.0.1:%d, "
+            "forwarding to http://%s\n",
+            port, config.upstream.c_str());
 }
 
 } // namespace
@@ -248,18 +263,13 @@ int main(int argc, char **argv) {
   int port = devserver::bind_port(server, config.port);
   if (port < 0)
     return 1;
-  printf("%d\n", port);
-  fflush(stdout);
-  if (config.upstream.empty())
-    fprintf(stderr,
-            "velmora-devserver: listening on http://127.0.0.1:%d, clock "
-            "offset %ld s\n",
-            port, config.clock_offset);
-  else
-    fprintf(stderr,
-            "velmora-devserver: listening on http://127.0.0.1:%d, "
-            "forwarding to http://%s\n",
-            port, config.upstream.c_str());
+  /* Only once listening, so that a failed start leaves no directory. */
+  if (!config.record_dir.empty() &&
+      !devserver::open_recording(config, &state, &why)) {
+    fprintf(stderr, "velmora-devserver: %s\n", why.c_str());
+    return 1;
+  }
+  devserver::announce(config, port);
 
   std::thread stopper([&] {
     int signal_number;

@@ -68,14 +68,14 @@ bool load_replay(const Config &config, State *state, std::string *why) {
   }
   std::vector<long> numbers;
   while (const dirent *entry = readdir(listing.get()))
-    if (long number = velmora_tools::recording_number(entry->d_name, false))
+    if (long number = velmora_tools::recording_number(entry->d_name))
       numbers.push_back(number);
   std::sort(numbers.begin(), numbers.end());
   size_t loaded = 0;
   for (long number : numbers)
-    loaded += load_one(config,
-                       dir + "/" + velmora_tools::recording_name(number, false),
-                       number, &state->replayed);
+    loaded +=
+        load_one(config, dir + "/" + velmora_tools::recording_name(number),
+                 number, &state->replayed);
   fprintf(stderr, "velmora-devserver: replaying %zu of %zu exchanges in %s\n",
           loaded, numbers.size(), dir.c_str());
   if (loaded == 0)
