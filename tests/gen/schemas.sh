@@ -23,7 +23,9 @@ while IFS='|' read -r schema message; do
 done <<'TABLE'
 {"records": |not JSON: Line 1, Column 13 Syntax error: value, object or array expected.
 []|the schema must be a JSON object
-{"records": {"Item": {"id": "Lng"}}}|record Item, field id: unknown type "Lng"
+{"records": {"Item": {"id": "Lng"}}}|record Item, field id: unknown type "Lng": did you mean "Long"?
+{"records": {"Item": {"id": "List<string>"}}}|record Item, field id: unknown type "List<string>": did you mean "Unicode"?
+{"records": {"Item": {"id": "item"}}}|record Item, field id: unknown type "item": did you mean "Item"?
 {"records": {"Item": {"id": "List<Item"}}}|record Item, field id: unknown type "List<Item"
 {"records": {"Item": {"id": 5}}}|record Item, field id: the type must be a string
 {"records": {"": {}}}|record : a name must not be empty
@@ -45,7 +47,7 @@ done <<'TABLE'
 {"operations": {"velmora": {"path": "/x"}}}|operation velmora: "velmora" is a name of the generated code
 {"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is a record's name
 {"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
-{"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part"
+{"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE
 
 # Nesting past the reader's limit is refused (a schema) or skipped (a

@@ -179,7 +179,10 @@ int bind_port(httplib::Server &server, int wanted) {
                  ? server.bind_to_any_port("127.0.0.1")
                  : (server.bind_to_port("127.0.0.1", wanted) ? wanted : -1);
   if (port < 0 && errno == EADDRINUSE)
-    fprintf(stderr, "velmora-devserver: port %d is already in use\n", wanted);
+    fprintf(stderr,
+            "velmora-devserver: port %d is already in use; --port 0 takes "
+            "any free port and prints it on the first line\n",
+            wanted);
   else if (port < 0)
     fprintf(stderr, "velmora-devserver: cannot listen on 127.0.0.1:%d: %s\n",
             wanted, strerror(errno));

@@ -1,5 +1,8 @@
 #include "types.h"
 
+#include <algorithm>
+#include <cctype>
+
 #include "names.h"
 
 namespace velmora_gen {
@@ -56,7 +59,72 @@ TypeInfo base_info(const std::string &name) {
   return info;
 }
 
+/* The library's types under the names other schemas give them. */
+const std::pair<const char *, const char *> aliases[] = {
+    {"string", "Unicode"}, {"str", "Unicode"},    {"text", "Unicode"},
+    {"int", "Integer"},    {"int32", "Integer"},  {"int64", "Long"},
+    {"uint64", "ULong"},   {"bool", "Boolean"},   {"float", "Double"},
+    {"number", "Double"},  {"timestamp", "Time"}, {"datetime", "Time"},
+    {"bytes", "Blob"},     {"binary", "Blob"},    {"ip_address", "IP"}};
+
+std::string folded(std::string text) {
+  for (char &c : text)
+    c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+/* Edits (a letter added, dropped, changed, or two swapped) from a to b. */
+size_t distance(const std::string &a, const std::string &b) {
+  std::vector<std::vector<size_t>> d(a.size() + 1,
+                                     std::vector<size_t>(b.size() + 1));
+  for (size_t i = 0; i <= a.size(); i++)
+    for (size_t j = 0; j <= b.size(); j++) {
+      if (i == 0 || j == 0) {
+        d[i][j] = i + j;
+        continue;
+      }
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1,
+                          d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  return d[a.size()][b.size()];
+}
+
+/* The one name at the fewest edits, at most two, from `name`, case aside. */
+std::string nearest(const std::string &name,
+                    const std::vector<std::string> &names) {
+  std::string best;
+  size_t fewest = 3;
+  bool tie = false;
+  for (const std::string &candidate : names) {
+    size_t edits = distance(folded(name), folded(candidate));
+    tie = edits == fewest || (tie && edits > fewest);
+    if (edits < fewest)
+      fewest = edits, best = candidate;
+  }
+  return tie ? "" : best;
+}
+
 } // namespace
+
+std::string type_hint(const std::string &name,
+                      const std::set<std::string> &records) {
+  std::vector<std::string> names(records.begin(), records.end());
+  std::string all;
+  for (const BaseType &base : base_types) {
+    names.emplace_back(base.name);
+    all += std::string(base.name) + ", ";
+  }
+  for (const auto &[alias, type] : aliases)
+    if (folded(name) == alias)
+      return "did you mean \"" + std::string(type) + "\"?";
+  std::string best = nearest(name, names);
+  if (!best.empty())
+    return "did you mean \"" + best + "\"?";
+  return "a type is one of " + all +
+         "List<T>, Dict<T>, ResultSet<T> or a record of the schema";
+}
 
 const BaseType *base_type(const std::string &name) {
   for (const BaseType &base : base_types)

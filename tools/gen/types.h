@@ -3,6 +3,7 @@
 #define VELMORA_GEN_TYPES_H
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,13 @@ struct BaseType {
 
 /* The library's base type `name`; null for any other name. */
 const BaseType *base_type(const std::string &name);
+
+/* What to write instead of the unknown type `name`, for its message: the
+ * nearest of the base types and `records` (a name of another language's
+ * schemas, another case, or a slip of a letter or two), or else the list
+ * of every type. */
+std::string type_hint(const std::string &name,
+                      const std::set<std::string> &records);
 
 struct TypeInfo {
   std::string c_type; /* the member is a `c_type *` */
