@@ -28,6 +28,9 @@
  * refused credentials. Each attempt goes on to libcurl's own function.
  */
 static int attempts = 0;
+/* The last reply's "auth_error:" value, "" when it had none: a refusal's
+ * cause, as far as the service tells it. */
+static std::string auth_error;
 
 extern "C" __attribute__((visibility("default"))) CURLcode
 curl_easy_perform(CURL *curl) {
@@ -35,7 +38,13 @@ curl_easy_perform(CURL *curl) {
   static const Perform perform =
       reinterpret_cast<Perform>(dlsym(RTLD_NEXT, "curl_easy_perform"));
   attempts++;
-  return perform == nullptr ? CURLE_FAILED_INIT : perform(curl);
+  CURLcode code = perform == nullptr ? CURLE_FAILED_INIT : perform(curl);
+  curl_header *header = nullptr;
+  auth_error.clear();
+  if (curl_easy_header(curl, "auth_error", 0, CURLH_HEADER, -1, &header) ==
+      CURLHE_OK)
+    auth_error = header->value;
+  return code;
 }
 
 namespace {
@@ -312,6 +321,33 @@ int parse_options(int argc, char **argv, Options *o) {
 }
 
 /* One line on standard error for a failed call; the exit status. */
+/* A 401 by what can be known of its cause: who signed, whether the date
+ * passed, and the service's auth_error. */
+void report_refusal(const Options &o, const char *where, bool resynchronised) {
+  if (resynchronised)
+    fprintf(stderr,
+            "velmora-request: %s refused the request (401) even after the "
+            "clock was re-synchronised from its Date:; a proxy that puts "
+            "its own Date: in place of the service's is a likely cause\n",
+            where);
+  else if (o.user == nullptr || *o.user == '\0')
+    fprintf(stderr,
+            "velmora-request: %s refused the request (401): it was not "
+            "signed; give --user with --password or --token\n",
+            where);
+  else if (!auth_error.empty() && auth_error != "1")
+    fprintf(stderr,
+            "velmora-request: %s refused the credentials (401, auth_error "
+            "%s): the date was not the cause; check --user, the password or "
+            "token, and the auth key\n",
+            where, auth_error.c_str());
+  else
+    fprintf(stderr,
+            "velmora-request: %s refused the credentials or the date "
+            "(401)\n",
+            where);
+}
+
 int report(int result, const Options &o, const std::string &url,
            const std::string &printed, bool resynchronised) {
   const char *where = url.c_str();
@@ -337,17 +373,7 @@ int report(int result, const Options &o, const std::string &url,
               printed.c_str());
     return exit_transfer;
   default:
-    if (resynchronised)
-      fprintf(stderr,
-              "velmora-request: %s refused the request (401) even after the "
-              "clock was re-synchronised from its Date:; a proxy that puts "
-              "its own Date: in place of the service's is a likely cause\n",
-              where);
-    else
-      fprintf(stderr,
-              "velmora-request: %s refused the credentials or the date "
-              "(401)\n",
-              where);
+    report_refusal(o, where, resynchronised);
     return exit_refused;
   }
 }

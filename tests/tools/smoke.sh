@@ -40,7 +40,9 @@ done <<'TABLE'
 2|only one of the body and the secrets|--user u --password-file - /echo -
 2|standard input is closed; nothing was sent|/echo - <&-
 22|an HTTP error other than 200 and 401|--user u --password pw /nowhere x
-67|refused the credentials or the date (401)|--user u --password wrong /echo x
+67|refused the credentials (401, auth_error 2): the date was not the cause|--user u --password wrong /echo x
+67|refused the credentials (401, auth_error 2)|--user nobody --password pw /echo x
+67|it was not signed; give --user with --password or --token|/echo x
 67|a proxy that puts its own Date:|--user u --password pw /stale x
 TABLE
 grep -q '^POST /echo u 401 auth_error 1' "$work/log" || fail "no date refusal before an answer"
