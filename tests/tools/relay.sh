@@ -67,7 +67,7 @@ ls "$work/rec" >"$work/names"
   fail "recorded: $(cat "$work/names")"
 grep -q '"status": 401' "$work/rec/000001.json" &&
   grep -q '"date": ' "$work/rec/000001.json" &&
-  grep -q '"status": 200' "$work/rec/000002.json" &&
+  grep -q '"status": 200' "$work/rec/000002.json" && grep -q '"date": ' "$work/rec/000002.json" &&
   grep -qF '"request": {"zeta": "z", "alpha": 10},' "$work/rec/000004.json" &&
   grep -q '"request_omitted": 5242880' "$work/rec/000006.json" &&
   grep -q '"reply_omitted": 5242880' "$work/rec/000006.json" || fail "recording contents"

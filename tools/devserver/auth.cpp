@@ -195,6 +195,11 @@ int authenticate(const httplib::Request &req, const std::string &body,
   return check_date(req, config);
 }
 
+void stamp_date(const Config &config, httplib::Response &res) {
+  if (!res.has_header("Date"))
+    res.set_header("Date", render_date(server_now(config)));
+}
+
 void refuse(const Config &config, int auth_error, httplib::Response &res) {
   res.set_header("auth_error", std::to_string(auth_error));
   if (auth_error == 1)

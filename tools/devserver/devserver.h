@@ -108,6 +108,8 @@ int authenticate(const httplib::Request &req, const std::string &body,
                  const Config &config);
 /* 401 with that "auth_error" (and the server's Date for 1). */
 void refuse(const Config &config, int auth_error, httplib::Response &res);
+/* This server's Date: on an answer that has none, as servers send it. */
+void stamp_date(const Config &config, httplib::Response &res);
 
 /* The demo catalogue (catalogue.cpp) */
 std::vector<ItemHandle> make_catalogue();

@@ -99,6 +99,7 @@ void handle(const Config &config, State &state, const httplib::Request &req,
                           "request body not read");
     }
     serve(config, state, req, body, res);
+    stamp_date(config, res);
     if (number != 0 && note.recordable)
       record(config, state, number, req, body, res);
   } catch (const std::exception &e) {
