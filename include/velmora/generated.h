@@ -20,6 +20,7 @@
 #include "velmora/detail/containers.h"
 #include "velmora/detail/entry.h"
 #include "velmora/detail/fields.h"
+#include "velmora/detail/pages.h"
 #include "velmora/detail/records.h"
 #include "velmora/transport.h"
 #include "velmora/values.h"

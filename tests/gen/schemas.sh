@@ -45,7 +45,8 @@ done <<'TABLE'
 {"operations": {"get-x": {"path": "/x"}}}|operation get-x: "get-x" is not a C identifier
 {"operations": {"send_request": {"path": "/x"}}}|operation send_request: "send_request" is a name of the library
 {"operations": {"velmora": {"path": "/x"}}}|operation velmora: "velmora" is a name of the generated code
-{"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is a record's name
+{"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is taken by a record or a call
+{"records": {"Item": {}}, "operations": {"ls": {"path": "/x", "arguments": {"q": "ListInfo"}, "result": "ResultSet<Item>"}, "ls_each": {"path": "/y"}}}|operation ls, its walk of pages: "ls_each" is taken by a record or a call
 {"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include <json/reader.h>
+#include <json/writer.h>
 
 namespace velmora_tools {
 namespace {
@@ -23,7 +24,7 @@ std::unique_ptr<Json::CharReader> new_reader(Strictness strictness) {
 
 /* jsoncpp writes "* Line 1, Column 2\n  Syntax error: ...\n": one line,
  * without the bullets. */
-std::string one_line(const std::string &text) {
+std::string error_line(const std::string &text) {
   std::string line;
   bool line_start = true;
   for (char c : text) {
@@ -52,8 +53,14 @@ bool parse_json(std::string_view text, Strictness strictness,
     reason = e.what();
   }
   if (why != nullptr)
-    *why = one_line(reason);
+    *why = error_line(reason);
   return false;
+}
+
+std::string one_line(const Json::Value &value) {
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "";
+  return Json::writeString(writer, value);
 }
 
 bool read_file(const std::string &name, std::string *text) {

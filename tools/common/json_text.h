@@ -26,6 +26,9 @@ enum class Strictness {
 bool parse_json(std::string_view text, Strictness strictness,
                 Json::Value *value, std::string *why = nullptr);
 
+/* The value as JSON text on one line, without spaces. */
+std::string one_line(const Json::Value &value);
+
 /* The file's bytes; false when it cannot be read, or is empty. */
 bool read_file(const std::string &name, std::string *text);
 

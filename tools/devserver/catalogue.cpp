@@ -1,5 +1,5 @@
-/* The demo catalogue: forty items that /items/list pages, filters and sorts
- * with the library's own typed values. */
+/* The demo catalogue: --items items (forty unless told) that /items/list
+ * pages, filters and sorts with the library's own typed values. */
 #include <algorithm>
 #include <cstdlib>
 
@@ -28,43 +28,73 @@ bool field_named(const std::string &name, Field *field) {
   return false;
 }
 
-std::string field_text(const Item *item, Field field) {
+/* Item `i` (from 0) of the catalogue: computed, never stored, so
+ * that a catalogue of any size costs only the pages asked for. The first
+ * forty have forty names whose id, name, address and date orders all
+ * differ, so that sorting by any field is visible; later ones repeat the
+ * names with a number. */
+struct Entry {
+  int64_t id;
+  std::string name, address;
+  int64_t created;
+};
+
+Entry entry(long i) {
+  static const char *const names[] = {
+      "agate",    "amber",    "basalt",    "beryl",    "calcite",   "chalk",
+      "cinnabar", "coral",    "diamond",   "dolomite", "emerald",   "feldspar",
+      "flint",    "garnet",   "gneiss",    "granite",  "gypsum",    "hematite",
+      "jade",     "jasper",   "kyanite",   "lapis",    "malachite", "marble",
+      "mica",     "obsidian", "olivine",   "onyx",     "opal",      "pumice",
+      "pyrite",   "quartz",   "ruby",      "sapphire", "schist",    "slate",
+      "talc",     "topaz",    "turquoise", "zircon"};
+  const long named = sizeof names / sizeof names[0];
+  std::string name = names[(i * 17) % named];
+  if (i >= named)
+    name += "-" + std::to_string(i / named);
+  return {i + 1, name, "192.0.2." + std::to_string(1 + i % 4),
+          1700000000 + int64_t{86400} * ((i * 13) % named) + i / named};
+}
+
+std::string field_text(const Entry &item, Field field) {
   switch (field) {
   case Field::id:
-    return std::to_string(Long_getValue(item->id));
+    return std::to_string(item.id);
   case Field::name:
-    return item->name;
+    return item.name;
   case Field::address:
-    return ip_getValue(item->address);
+    return item.address;
   case Field::created:
-    return std::to_string(item->created->value);
+    return std::to_string(item.created);
   }
   return "";
 }
 
-int compare_field(const Item *a, const Item *b, Field field) {
-  auto order = [](auto x, auto y) { return x < y ? -1 : y < x ? 1 : 0; };
-  switch (field) {
-  case Field::id:
-    return order(Long_getValue(a->id), Long_getValue(b->id));
-  case Field::created:
-    return order(a->created->value, b->created->value);
-  case Field::name:
-  case Field::address:
-    return field_text(a, field).compare(field_text(b, field));
+/* Orders as the field's values do: numbers as numbers, texts by bytes. */
+struct Key {
+  int64_t number;
+  std::string text;
+  bool operator<(const Key &other) const {
+    return number != other.number ? number < other.number : text < other.text;
   }
-  return 0;
+};
+
+Key key(const Entry &item, Field field) {
+  if (field == Field::id || field == Field::created)
+    return {field == Field::id ? item.id : item.created, ""};
+  return {0, field_text(item, field)};
 }
 
-/* Keeps the items whose fields equal the search parameters; false after
- * answering 400 for a field that items do not have. */
-bool filter(ListInfo *info, std::vector<const Item *> *found,
-            httplib::Response &res) {
+using Search = std::vector<std::pair<Field, std::string>>;
+
+/* The search parameters as fields and wanted texts; false after answering
+ * 400 for a field that items do not have. */
+bool search_of(ListInfo *info, Search *wanted, httplib::Response &res) {
   dict_s *search = listinfo_getSearch_parameters(info);
   char **keys;
-  int32_t count;
-  dict_keys(search, &keys, &count);
-  std::vector<std::string> names(keys, keys + count);
+  int32_t key_count;
+  dict_keys(search, &keys, &key_count);
+  std::vector<std::string> names(keys, keys + key_count);
   free(keys);
   for (const std::string &name : names) {
     Field field;
@@ -72,19 +102,28 @@ bool filter(ListInfo *info, std::vector<const Item *> *found,
       answer_error(res, 400, "unknown search field \"" + name + "\"");
       return false;
     }
-    std::string wanted = static_cast<char *>(dict_get(search, name.c_str()));
-    found->erase(std::remove_if(found->begin(), found->end(),
-                                [&](const Item *item) {
-                                  return field_text(item, field) != wanted;
-                                }),
-                 found->end());
+    wanted->emplace_back(field,
+                         static_cast<char *>(dict_get(search, name.c_str())));
   }
   return true;
 }
 
+/* The indexes of the items whose fields equal the wanted texts. */
+std::vector<long> filter(long count, const Search &wanted) {
+  std::vector<long> found;
+  for (long i = 0; i < count; i++) {
+    Entry item = entry(i);
+    bool kept = true;
+    for (const auto &[field, value] : wanted)
+      kept = kept && field_text(item, field) == value;
+    if (kept)
+      found.push_back(i);
+  }
+  return found;
+}
+
 /* False after answering 400 for an order field that items do not have. */
-bool sort(ListInfo *info, std::vector<const Item *> *found,
-          httplib::Response &res) {
+bool sort(ListInfo *info, std::vector<long> *found, httplib::Response &res) {
   Ordering *order = listinfo_getOrder(info);
   const char *order_by = ordering_getOrder_by(order);
   if (order_by == nullptr || *order_by == '\0')
@@ -96,66 +135,56 @@ bool sort(ListInfo *info, std::vector<const Item *> *found,
     return false;
   }
   bool ascending = ordering_getAsc(order) == 1;
-  std::stable_sort(found->begin(), found->end(),
-                   [&](const Item *a, const Item *b) {
-                     int c = compare_field(a, b, field);
-                     return ascending ? c < 0 : c > 0;
+  std::vector<std::pair<Key, long>> keyed;
+  for (long i : *found)
+    keyed.emplace_back(key(entry(i), field), i);
+  std::stable_sort(keyed.begin(), keyed.end(),
+                   [&](const auto &a, const auto &b) {
+                     return ascending ? a.first < b.first : b.first < a.first;
                    });
+  for (size_t i = 0; i < keyed.size(); i++)
+    (*found)[i] = keyed[i].second;
   return true;
 }
 
-void answer_page(const std::vector<const Item *> &found, int limit, int offset,
-                 httplib::Response &res) {
+bool add_item(result_set_s *page, const Entry &entry) {
+  std::unique_ptr<Item, void (*)(void *)> item(Item_new(), Item_deleter);
+  if (item == nullptr)
+    return false;
+  item_setId(item.get(), &entry.id);
+  item_setName(item.get(), entry.name.c_str());
+  item_setAddress(item.get(), entry.address.c_str());
+  item_setCreated(item.get(), &entry.created);
+  int32_t before = result_get_nb_elements(page);
+  result_set_add(page, item.get());
+  return result_get_nb_elements(page) > before;
+}
+
+/* Items [first, end) of `found`, or of the whole catalogue when null. */
+void answer_page(const std::vector<long> *found, long total, long limit,
+                 long offset, httplib::Response &res) {
   /* A limit of 0, as a fresh ListInfo has, means the rest of the list. */
-  size_t first = std::min(found.size(), static_cast<size_t>(offset));
-  size_t end = limit == 0
-                   ? found.size()
-                   : std::min(found.size(), first + static_cast<size_t>(limit));
+  long first = std::min(total, offset);
+  long end = limit == 0 ? total : std::min(total, first + limit);
   std::unique_ptr<result_set_s, void (*)(void *)> page(
       result_set_new("Item", Item_deleter, Item_deserialize, Item_serialize,
                      Item_copier),
       result_set_del);
-  for (size_t i = first; i < end; i++)
-    result_set_add(page.get(), const_cast<Item *>(found[i]));
-  result_set_set_total_items(page.get(), static_cast<int32_t>(found.size()));
+  for (long i = first; i < end; i++)
+    if (!add_item(page.get(), entry(found == nullptr ? i : (*found)[i])))
+      return answer_error(res, 500, "out of memory");
+  result_set_set_total_items(page.get(), static_cast<int32_t>(total));
 
   Json::Value reply;
   result_set_serialize(page.get(), reply["result"]);
   res.set_content(render(reply), "application/json");
   note.detail = "ok, " + std::to_string(end - first) + " of " +
-                std::to_string(found.size()) + " items";
+                std::to_string(total) + " items";
 }
 
 } // namespace
 
-/* Forty items whose id, name, address and date orders all differ, so that
- * sorting by any field is visible. */
-std::vector<ItemHandle> make_catalogue() {
-  static const char *const names[] = {
-      "agate",    "amber",    "basalt",    "beryl",    "calcite",   "chalk",
-      "cinnabar", "coral",    "diamond",   "dolomite", "emerald",   "feldspar",
-      "flint",    "garnet",   "gneiss",    "granite",  "gypsum",    "hematite",
-      "jade",     "jasper",   "kyanite",   "lapis",    "malachite", "marble",
-      "mica",     "obsidian", "olivine",   "onyx",     "opal",      "pumice",
-      "pyrite",   "quartz",   "ruby",      "sapphire", "schist",    "slate",
-      "talc",     "topaz",    "turquoise", "zircon"};
-  const int count = sizeof names / sizeof names[0];
-  std::vector<ItemHandle> items;
-  for (int i = 0; i < count; i++) {
-    std::string address = "192.0.2." + std::to_string(1 + i % 4);
-    int64_t created = 1700000000 + int64_t{86400} * ((i * 13) % count);
-    int64_t id = i + 1;
-    items.emplace_back(Item_new(), Item_deleter);
-    item_setId(items.back().get(), &id);
-    item_setName(items.back().get(), names[(i * 17) % count]);
-    item_setAddress(items.back().get(), address.c_str());
-    item_setCreated(items.back().get(), &created);
-  }
-  return items;
-}
-
-void list_items(const std::vector<ItemHandle> &catalogue,
-                const std::string &body, httplib::Response &res) {
+void list_items(long count, const std::string &body, httplib::Response &res) {
   Json::Value document;
   std::string why;
   if (!velmora_tools::parse_json(body, velmora_tools::Strictness::strict,
@@ -172,16 +201,21 @@ void list_items(const std::vector<ItemHandle> &catalogue,
   } catch (const std::exception &e) {
     return answer_error(res, 400, std::string("bad list_info: ") + e.what());
   }
-  int limit = listinfo_getLimit(info.get());
-  int offset = listinfo_getOffset(info.get());
+  long limit = listinfo_getLimit(info.get());
+  long offset = listinfo_getOffset(info.get());
   if (limit < 0 || offset < 0)
     return answer_error(res, 400, "limit and offset must not be negative");
 
-  std::vector<const Item *> found;
-  for (const ItemHandle &item : catalogue)
-    found.push_back(item.get());
-  if (filter(info.get(), &found, res) && sort(info.get(), &found, res))
-    answer_page(found, limit, offset, res);
+  Search wanted;
+  if (!search_of(info.get(), &wanted, res))
+    return;
+  const char *order_by = ordering_getOrder_by(listinfo_getOrder(info.get()));
+  /* The whole catalogue in its own order: only the page is made. */
+  if (wanted.empty() && (order_by == nullptr || *order_by == '\0'))
+    return answer_page(nullptr, count, limit, offset, res);
+  std::vector<long> found = filter(count, wanted);
+  if (sort(info.get(), &found, res))
+    answer_page(&found, static_cast<long>(found.size()), limit, offset, res);
 }
 
 } // namespace devserver

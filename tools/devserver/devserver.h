@@ -47,10 +47,15 @@ using Recording = std::map<std::string, std::vector<Replayed>>;
  * --record-limit says otherwise) by its size. */
 const size_t max_held_body = size_t{64} << 20;
 
+/* The longest catalogue --items makes: its totals stay in a ResultSet's
+ * count, and a filtered or sorted page takes a fraction of a second. */
+const long max_items = 10000000;
+
 /* The settings the command line gives. */
 struct Config {
   int port = 8888;
   long clock_offset = 0;
+  long items = 40; /* the catalogue's length */
   std::vector<Account> accounts;
   std::string auth_key;
   bool require_auth_key = false;
@@ -63,12 +68,9 @@ struct Config {
   std::string replay_dir;              /* empty: no replay */
 };
 
-using ItemHandle = std::unique_ptr<Item, void (*)(void *)>;
-
 /* What the server holds besides its settings, made before the first
  * request: the atomics change while serving, the rest is only read. */
 struct State {
-  std::vector<ItemHandle> catalogue;
   Recording replayed;
   std::atomic<long> next_recording{1}; /* of --record's next file */
   FaultCounts fault_counts;
@@ -111,10 +113,8 @@ void refuse(const Config &config, int auth_error, httplib::Response &res);
 /* This server's Date: on an answer that has none, as servers send it. */
 void stamp_date(const Config &config, httplib::Response &res);
 
-/* The demo catalogue (catalogue.cpp) */
-std::vector<ItemHandle> make_catalogue();
-void list_items(const std::vector<ItemHandle> &catalogue,
-                const std::string &body, httplib::Response &res);
+/* The demo catalogue of `count` items (catalogue.cpp): one page of it. */
+void list_items(long count, const std::string &body, httplib::Response &res);
 
 /* Scripted faults (script.cpp): true when the fault is the whole answer; a
  * delay lets the request go on. */

@@ -41,7 +41,7 @@ void answer_here(const Config &config, const State &state,
                     type.empty() ? "application/octet-stream" : type.c_str());
     note.detail = "ok";
   } else if (req.path == "/items/list") {
-    list_items(state.catalogue, body, res);
+    list_items(config.items, body, res);
   } else {
     answer_error(res, 404, "unknown path");
   }
@@ -169,7 +169,6 @@ void set_up(httplib::Server &server, const Config &config, State &state) {
 bool prepare(const Config &config, State *state, std::string *why) {
   if (!config.replay_dir.empty() && !load_replay(config, state, why))
     return false;
-  state->catalogue = make_catalogue();
   count_faults(config.script, &state->fault_counts);
   return true;
 }
@@ -209,9 +208,7 @@ void announce(const Config &config, int port) {
 } // namespace
 
 std::string render(const Json::Value &value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, value);
+  return velmora_tools::one_line(value);
 }
 
 void answer_error(httplib::Response &res, int status, const std::string &why) {

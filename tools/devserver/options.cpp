@@ -34,7 +34,7 @@ void usage(FILE *stream) {
       "Usage: velmora-devserver [--port N] [--user NAME (--password-file F "
       "| --token-file F)...]...\n"
       "                         [--auth-key-file F] [--clock-offset "
-      "SECONDS]\n"
+      "SECONDS] [--items N]\n"
       "                         [--route PATH=FILE]... [--fault "
       "PATH:FAULT]...\n"
       "                         [--upstream HOST:PORT | --replay DIR] "
@@ -69,13 +69,16 @@ void usage(FILE *stream) {
       "                       options or the variable\n"
       "  --clock-offset S     run the server's clock S seconds ahead (or\n"
       "                       behind, when negative)\n"
+      "  --items N            the catalogue's length (default 40, at most\n"
+      "                       10000000); items past the 40th repeat its\n"
+      "                       names with a number (\"agate-1\")\n"
       "  --route PATH=FILE    answer FILE's JSON for PATH (signatures are "
       "still\n"
       "                       checked)\n"
-      "  --fault PATH:FAULT[,first=N]\n"
-      "                       inject a fault on PATH, for the first N "
-      "requests\n"
-      "                       or all; FAULT is status=CODE (that status),\n"
+      "  --fault PATH:FAULT[,after=M][,first=N]\n"
+      "                       inject a fault on PATH, for all requests or\n"
+      "                       the first N, after sparing the first M; FAULT\n"
+      "                       is status=CODE (that status),\n"
       "                       auth-error=1 (a refused date, with the server's\n"
       "                       Date), delay=Ns or delay=Nms (then the answer),\n"
       "                       close (a cut reply) or hang (no answer at all)\n"
@@ -106,8 +109,9 @@ void usage(FILE *stream) {
       "Operations (POST): /echo answers the body it got; /items/list takes\n"
       "{\"list_info\": <ListInfo>} and answers {\"result\": <ResultSet of "
       "Item>}\n"
-      "from 40 items with the fields id, name, address and created. Limit 0\n"
-      "means no limit; order_by and search_parameters name those fields.\n"
+      "from --items items with the fields id, name, address and created.\n"
+      "Limit 0 means no limit; order_by and search_parameters name those\n"
+      "fields.\n"
       "\n"
       "A port in use is refused. Each connection has a worker of its own; an\n"
       "idle one is closed after 2 s. Bodies over 8 MiB, chunked or not, get\n"
@@ -231,6 +235,7 @@ const option options[] = {{"port", required_argument, nullptr, 'p'},
                           {"auth-key-file", required_argument, nullptr, 'K'},
                           {"redact", required_argument, nullptr, 'D'},
                           {"clock-offset", required_argument, nullptr, 'c'},
+                          {"items", required_argument, nullptr, 'i'},
                           {"route", required_argument, nullptr, 'r'},
                           {"fault", required_argument, nullptr, 'f'},
                           {"log", required_argument, nullptr, 'l'},
@@ -252,27 +257,36 @@ void key_from_environment(Config *config) {
   }
 }
 
-/* --port, --clock-offset and --record-limit; false after saying why. */
+/* --port, --clock-offset, --record-limit and --items; false after saying
+ * why. */
 bool number_option(int option, const char *argument, Config *config) {
-  long value;
-  if (option == 'L' && parse_number(argument, 0, 1L << 40, &value)) {
-    config->record_limit = static_cast<size_t>(value);
-    return true;
+  static const struct {
+    int option;
+    const char *what;
+    long low, high;
+  } numbers[] = {{'p', "port", 0, 65535},
+                 {'c', "clock offset", -(1L << 40), 1L << 40},
+                 {'L', "record limit", 0, 1L << 40},
+                 {'i', "item count", 0, max_items}};
+  long value = 0;
+  for (const auto &number : numbers) {
+    if (number.option != option)
+      continue;
+    if (!parse_number(argument, number.low, number.high, &value)) {
+      fprintf(stderr, "velmora-devserver: bad %s \"%s\"\n", number.what,
+              argument);
+      return false;
+    }
   }
-  if (option == 'p' && parse_number(argument, 0, 65535, &value)) {
+  if (option == 'p')
     config->port = static_cast<int>(value);
-    return true;
-  }
-  if (option == 'c' && parse_number(argument, -(1L << 40), 1L << 40, &value)) {
+  else if (option == 'c')
     config->clock_offset = value;
-    return true;
-  }
-  fprintf(stderr, "velmora-devserver: bad %s \"%s\"\n",
-          option == 'p'   ? "port"
-          : option == 'c' ? "clock offset"
-                          : "record limit",
-          argument);
-  return false;
+  else if (option == 'L')
+    config->record_limit = static_cast<size_t>(value);
+  else
+    config->items = value;
+  return true;
 }
 
 } // namespace
@@ -297,7 +311,7 @@ int parse_options(int argc, char **argv, Config *config) {
   bool ok = true;
   key_from_environment(config);
   while (ok && (c = getopt_long(argc, argv, "", options, nullptr)) != -1) {
-    if (c == 'p' || c == 'c' || c == 'L') {
+    if (c == 'p' || c == 'c' || c == 'L' || c == 'i') {
       ok = number_option(c, optarg, config);
     } else if (c == 'u' || c == 'w' || c == 't' || c == 'W' || c == 'T') {
       ok = account_option(c, optarg, config, &account);

@@ -40,6 +40,8 @@ bool fault_item(const std::string &item, Fault *fault) {
   }
   if (item.rfind("first=", 0) == 0)
     return parse_number(item.substr(6), 1, LONG_MAX, &fault->first);
+  if (item.rfind("after=", 0) == 0)
+    return parse_number(item.substr(6), 1, LONG_MAX, &fault->after);
   return false;
 }
 
@@ -76,10 +78,10 @@ bool add_fault(Script &script, const std::string &argument, std::string *why) {
   std::istringstream items(ok ? argument.substr(colon + 1) : "");
   for (std::string item; ok && std::getline(items, item, ',');) {
     ok = fault_item(item, &fault);
-    actions += item.rfind("first=", 0) != 0;
+    actions += item.rfind("first=", 0) != 0 && item.rfind("after=", 0) != 0;
   }
   if (!ok || actions != 1) {
-    *why = "bad fault \"" + argument + "\" (PATH:FAULT[,first=N])";
+    *why = "bad fault \"" + argument + "\" (PATH:FAULT[,after=N][,first=N])";
     return false;
   }
   script.faults[argument.substr(0, colon)] = fault;
@@ -98,7 +100,10 @@ const Fault *due_fault(const Script &script, FaultCounts &counts,
     return nullptr;
   const Fault &fault = found->second;
   long seen = counts.at(path)++;
-  return fault.first == 0 || seen < fault.first ? &fault : nullptr;
+  if (seen < fault.after)
+    return nullptr;
+  return fault.first == 0 || seen - fault.after < fault.first ? &fault
+                                                              : nullptr;
 }
 
 void pause(const std::atomic<bool> &stopping, long ms) {

@@ -14,7 +14,8 @@ struct Fault {
   enum class Kind { status, auth_error, delay, close, hang } kind;
   int status = 0;
   long delay_ms = 0;
-  long first = 0; /* the fault hits the first `first` requests; 0: all */
+  long after = 0; /* the fault spares the first `after` requests */
+  long first = 0; /* then hits the next `first` requests; 0: all */
 };
 
 struct Script {
@@ -28,8 +29,8 @@ using FaultCounts = std::map<std::string, std::atomic<long>>;
 
 /* PATH=FILE: FILE must hold JSON. False with the reason in `why`. */
 bool add_route(Script &script, const std::string &argument, std::string *why);
-/* PATH:FAULT[,first=N]; FAULT is status=N, auth-error=1, delay=Ns (or Nms),
- * close or hang. False with the reason in `why`. */
+/* PATH:FAULT[,after=N][,first=N]; FAULT is status=N, auth-error=1,
+ * delay=Ns (or Nms), close or hang. False with the reason in `why`. */
 bool add_fault(Script &script, const std::string &argument, std::string *why);
 /* Every fault's path into `counts`, at 0. */
 void count_faults(const Script &script, FaultCounts *counts);

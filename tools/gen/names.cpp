@@ -113,7 +113,7 @@ private:
   bool name_record(const Record &record);
   bool name_fields(const Record &record);
   bool name_arguments(const Operation &op);
-  bool check_operation(const std::string &name);
+  bool check_operation(const std::string &name, const std::string &where);
   std::string c_text(const Type &type) const;
   void name_readers(const Type &type);
   bool refuse(const std::string &where, const std::string &what) {
@@ -241,8 +241,7 @@ bool Namer::name_arguments(const Operation &op) {
   });
 }
 
-bool Namer::check_operation(const std::string &name) {
-  const std::string where = "operation " + name;
+bool Namer::check_operation(const std::string &name, const std::string &where) {
   if (!plain_identifier(name))
     return refuse(where, "\"" + name + "\" is not a C identifier");
   if (library_name(name))
@@ -253,7 +252,7 @@ bool Namer::check_operation(const std::string &name) {
   if (helper_name(name) || member_name(name) || local_name(name))
     return refuse(where, "\"" + name + "\" is a name of the generated code");
   if (functions_.count(name) != 0)
-    return refuse(where, "\"" + name + "\" is a record's name");
+    return refuse(where, "\"" + name + "\" is taken by a record or a call");
   functions_.insert(name);
   return true;
 }
@@ -299,14 +298,20 @@ bool Namer::run(const Schema &schema) {
   if (!name_all_but_operations(schema))
     return false;
   for (const Operation &op : schema.operations)
-    if (!check_operation(op.name))
+    if (!check_operation(op.name, "operation " + op.name))
+      return false;
+  for (const Operation &op : schema.operations)
+    if (page_argument(op) != nullptr &&
+        !check_operation(op.name + "_each",
+                         "operation " + op.name + ", its walk of pages"))
       return false;
   return true;
 }
 
 std::string Namer::free_operation_name(const std::string &base) {
-  return first_free(
-      base, [&](const std::string &name) { return !check_operation(name); });
+  return first_free(base, [&](const std::string &name) {
+    return !check_operation(name, "operation " + name);
+  });
 }
 
 } // namespace

@@ -241,4 +241,18 @@ std::vector<Type> used_types(const Schema &schema) {
   return types;
 }
 
+const Field *page_argument(const Operation &op) {
+  if (op.result.empty() || op.result[0].name != "ResultSet")
+    return nullptr;
+  const Field *found = nullptr;
+  for (const Field &argument : op.arguments) {
+    if (argument.type.name != "ListInfo" || !argument.type.element.empty())
+      continue;
+    if (found != nullptr)
+      return nullptr;
+    found = &argument;
+  }
+  return found;
+}
+
 } // namespace velmora_gen

@@ -54,6 +54,10 @@ bool read_schema(const std::string &file, Schema *schema, std::string *error);
  * records' fields, then each operation's arguments and result. */
 std::vector<Type> used_types(const Schema &schema);
 
+/* The one ListInfo argument of an operation that gives a ResultSet: its
+ * pages can be walked (the `_each` call). Null for any other operation. */
+const Field *page_argument(const Operation &op);
+
 } // namespace velmora_gen
 
 #endif

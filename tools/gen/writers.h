@@ -44,6 +44,16 @@ std::string operation_declaration(const Operation &op, const Names &names,
                                   const Catalog &catalog,
                                   const std::string &tail);
 
+/* The names an operation's walk of pages (op_each) gives its own
+ * parameters and locals, each free of the operation's argument names. */
+struct EachNames {
+  std::string page_size, each, data, handed, page;
+};
+EachNames each_names(const Operation &op, const Names &names);
+/* op_each, for an operation with a page_argument. */
+std::string each_declaration(const Operation &op, const Names &names,
+                             const Catalog &catalog, const std::string &tail);
+
 } // namespace velmora_gen
 
 #endif

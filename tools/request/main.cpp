@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <curl/curl.h>
-#include <dlfcn.h>
 #include <getopt.h>
 #include <memory>
 #include <optional>
@@ -19,48 +17,16 @@
 #include <velmora/velmora.h>
 
 #include "common/input.h"
+#include "request.h"
 
-/*
- * send_request makes up to three attempts and tells only how the last one
- * ended. This program defines libcurl's curl_easy_perform, and the link
- * exports it to the library, so that the attempts can be counted: a date
- * still refused after a re-synchronisation then tells itself apart from
- * refused credentials. Each attempt goes on to libcurl's own function.
- */
-static int attempts = 0;
-/* The last reply's "auth_error:" value, "" when it had none: a refusal's
- * cause, as far as the service tells it. */
-static std::string auth_error;
-
-extern "C" __attribute__((visibility("default"))) CURLcode
-curl_easy_perform(CURL *curl) {
-  using Perform = CURLcode (*)(CURL *);
-  static const Perform perform =
-      reinterpret_cast<Perform>(dlsym(RTLD_NEXT, "curl_easy_perform"));
-  attempts++;
-  CURLcode code = perform == nullptr ? CURLE_FAILED_INIT : perform(curl);
-  curl_header *header = nullptr;
-  auth_error.clear();
-  if (curl_easy_header(curl, "auth_error", 0, CURLH_HEADER, -1, &header) ==
-      CURLHE_OK)
-    auth_error = header->value;
-  return code;
-}
-
+namespace velmora_request {
 namespace {
-
-/* Exit codes, after curl's for the same failures. */
-enum Exit {
-  exit_ok = 0,
-  exit_usage = 2,
-  exit_http_error = 22,
-  exit_transfer = 7,
-  exit_refused = 67,
-};
 
 void usage(FILE *stream) {
   fputs(
       "Usage: velmora-request [OPTION]... PATH [BODY | @FILE | -]\n"
+      "       velmora-request [OPTION]... --paginate [--page-size N] PATH "
+      "BODY\n"
       "\n"
       "POSTs BODY (empty when absent; @FILE reads a file, - standard input) "
       "to\n"
@@ -85,6 +51,16 @@ void usage(FILE *stream) {
       "  --verbose           libcurl's trace on standard error; it shows the\n"
       "                      credentials\n"
       "  --pretty            print a JSON reply indented\n"
+      "  --paginate          walk a whole collection: BODY holds a ListInfo\n"
+      "                      member; page after page is asked for from its\n"
+      "                      offset, and each element of each reply's\n"
+      "                      ResultSet is printed as one line of JSON. The\n"
+      "                      walk ends after an empty or short page, at the\n"
+      "                      smallest total a page gave, or at a failed\n"
+      "                      call, whose offset standard error names. On a\n"
+      "                      terminal, standard error shows the progress\n"
+      "  --page-size N       items per page (default 100; 0 asks for the\n"
+      "                      rest in each page)\n"
       "  --help              this text\n"
       "  --version           print the version\n"
       "\n"
@@ -94,8 +70,11 @@ void usage(FILE *stream) {
       "      still printed), or the request could not be made\n"
       "   7  the transfer failed, or the server's date could not be read\n"
       "  67  the service refused the credentials or the date (401)\n"
+      "   8  a page's reply held no ResultSet (--paginate)\n"
       "   2  bad command line, or the body or a secret could not be read;\n"
       "      nothing was sent\n"
+      "With --paginate, 0 says the walk reached the collection's end; the\n"
+      "others, that a call failed as above.\n"
       "A 401 that refuses only the request's date is handled by the library:\n"
       "it corrects its clock from the server's and sends again.\n",
       stream);
@@ -128,11 +107,6 @@ bool is_password_hash(const std::string &text) {
          text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
 }
 
-/* The library refuses to send such a header value. */
-bool breaks_line(const std::optional<std::string> &text) {
-  return text && text->find_first_of("\r\n") != std::string::npos;
-}
-
 /* Indented JSON when the text is JSON, else the text unchanged. */
 std::string pretty(const std::string &text) {
   Json::Value value;
@@ -150,49 +124,18 @@ std::string pretty(const std::string &text) {
   return Json::writeString(writer, value) + "\n";
 }
 
-/*
- * send_request, with what the library prints on standard output for a
- * failed transfer kept apart, so that standard output holds only the
- * reply body.
- */
-int send_quietly(client_context_s *context, const std::string &path,
-                 const std::string &body, std::string *reply,
-                 std::string *printed) {
-  fflush(stdout);
-  FILE *sink = tmpfile();
-  int saved = sink != nullptr ? dup(STDOUT_FILENO) : -1;
-  if (saved < 0) {
-    if (sink != nullptr)
-      fclose(sink);
-    return send_request(context, path, body, reply);
+/* A whole decimal number in [0, high]; false after saying why not. */
+bool number(const char *what, const char *text, long high, long *value) {
+  char *end;
+  errno = 0;
+  long v = strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || v < 0 || v > high) {
+    fprintf(stderr, "velmora-request: bad %s \"%s\"\n", what, text);
+    return false;
   }
-  dup2(fileno(sink), STDOUT_FILENO);
-  int result = send_request(context, path, body, reply);
-  fflush(stdout);
-  dup2(saved, STDOUT_FILENO);
-  close(saved);
-  rewind(sink);
-  char buffer[512];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, sink)) > 0)
-    printed->append(buffer, n);
-  fclose(sink);
-  return result;
+  *value = v;
+  return true;
 }
-
-struct Options {
-  const char *host = nullptr;
-  long port = -1;
-  const char *user = nullptr;
-  std::optional<std::string> password;
-  std::string password_hash;
-  std::optional<std::string> token;
-  std::optional<std::string> auth_key;
-  bool verbose = false;
-  bool pretty = false;
-  std::string path;
-  std::string body;
-};
 
 /* Fills `o` from the command line; -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Options *o) {
@@ -209,27 +152,28 @@ int parse_options(int argc, char **argv, Options *o) {
       {"auth-key-file", required_argument, nullptr, 'K'},
       {"verbose", no_argument, nullptr, 'v'},
       {"pretty", no_argument, nullptr, 'p'},
+      {"paginate", no_argument, nullptr, 'g'},
+      {"page-size", required_argument, nullptr, 'z'},
       {"help", no_argument, nullptr, 'h'},
       {"version", no_argument, nullptr, 'V'},
       {nullptr, 0, nullptr, 0}};
   int secrets = 0;
   int stdin_readers = 0;
+  bool page_size_given = false;
   int c;
   /* "+": options end at PATH, so that a body may start with "-". */
   while ((c = getopt_long(argc, argv, "+", options, nullptr)) != -1) {
-    char *end;
     switch (c) {
     case 'H':
       o->host = optarg;
       break;
     case 'P':
-      errno = 0;
-      o->port = strtol(optarg, &end, 10);
-      if (errno != 0 || end == optarg || *end != '\0' || o->port < 0 ||
-          o->port > 65535) {
-        fprintf(stderr, "velmora-request: bad port \"%s\"\n", optarg);
+    case 'z':
+      page_size_given = page_size_given || c == 'z';
+      if (!number(c == 'P' ? "port" : "page size", optarg,
+                  c == 'P' ? 65535 : INT32_MAX,
+                  c == 'P' ? &o->port : &o->page_size))
         return exit_usage;
-      }
       break;
     case 'u':
       o->user = optarg;
@@ -276,6 +220,9 @@ int parse_options(int argc, char **argv, Options *o) {
     case 'p':
       o->pretty = true;
       break;
+    case 'g':
+      o->paginate = true;
+      break;
     case 'h':
       usage(stdout);
       return exit_ok;
@@ -290,6 +237,12 @@ int parse_options(int argc, char **argv, Options *o) {
   if (secrets > 1) {
     fprintf(stderr, "velmora-request: give one of --password, "
                     "--password-hash and --token\n");
+    return exit_usage;
+  }
+  if (o->paginate ? o->pretty : page_size_given) {
+    fprintf(stderr, "velmora-request: %s\n",
+            o->paginate ? "--paginate prints one element per line, not --pretty"
+                        : "--page-size goes with --paginate");
     return exit_usage;
   }
   if (optind >= argc || argc - optind > 2) {
@@ -320,72 +273,8 @@ int parse_options(int argc, char **argv, Options *o) {
   return -1;
 }
 
-/* One line on standard error for a failed call; the exit status. */
-/* A 401 by what can be known of its cause: who signed, whether the date
- * passed, and the service's auth_error. */
-void report_refusal(const Options &o, const char *where, bool resynchronised) {
-  if (resynchronised)
-    fprintf(stderr,
-            "velmora-request: %s refused the request (401) even after the "
-            "clock was re-synchronised from its Date:; a proxy that puts "
-            "its own Date: in place of the service's is a likely cause\n",
-            where);
-  else if (o.user == nullptr || *o.user == '\0')
-    fprintf(stderr,
-            "velmora-request: %s refused the request (401): it was not "
-            "signed; give --user with --password or --token\n",
-            where);
-  else if (!auth_error.empty() && auth_error != "1")
-    fprintf(stderr,
-            "velmora-request: %s refused the credentials (401, auth_error "
-            "%s): the date was not the cause; check --user, the password or "
-            "token, and the auth key\n",
-            where, auth_error.c_str());
-  else
-    fprintf(stderr,
-            "velmora-request: %s refused the credentials or the date "
-            "(401)\n",
-            where);
-}
-
-int report(int result, const Options &o, const std::string &url,
-           const std::string &printed, bool resynchronised) {
-  const char *where = url.c_str();
-  switch (result) {
-  case 0:
-    return exit_ok;
-  case -1:
-    if (breaks_line(o.token) || breaks_line(o.auth_key))
-      fprintf(stderr, "velmora-request: the token or the auth key holds a "
-                      "line break; nothing was sent\n");
-    else
-      fprintf(stderr,
-              "velmora-request: %s answered an HTTP error other than 200 "
-              "and 401, or the request could not be made\n",
-              where);
-    return exit_http_error;
-  case -2:
-    if (printed.empty())
-      fprintf(stderr, "velmora-request: %s sent a Date that cannot be read\n",
-              where);
-    else
-      fprintf(stderr, "velmora-request: transfer to %s failed: %s\n", where,
-              printed.c_str());
-    return exit_transfer;
-  default:
-    report_refusal(o, where, resynchronised);
-    return exit_refused;
-  }
-}
-
-} // namespace
-
-int main(int argc, char **argv) {
-  Options o;
-  int status = parse_options(argc, argv, &o);
-  if (status >= 0)
-    return status;
-
+/* The connection and credentials the options give. */
+client_context_s *context_for(const Options &o) {
   client_context_s *context = client_context_new();
   if (o.host != nullptr)
     client_context_set_host(context, o.host);
@@ -402,17 +291,14 @@ int main(int argc, char **argv) {
   if (o.auth_key)
     client_context_set_auth_key(context, o.auth_key->c_str());
   context->verbose = o.verbose;
-  if (o.verbose)
-    fprintf(stderr, "velmora-request: the trace below shows the credentials "
-                    "(AUTHENTICATION and LOCAL_AUTH_KEY lines)\n");
+  return context;
+}
 
+/* One call, its reply on standard output; the exit status. */
+int call_once(client_context_s *context, const Options &o,
+              const std::string &url) {
   std::string reply, printed;
   int result = send_quietly(context, o.path, o.body, &reply, &printed);
-  std::string url =
-      "http://" + *context->host + ":" + std::to_string(context->port) + o.path;
-  bool resynchronised = attempts > 1;
-  client_context_free(context);
-
   if (result == 0 || result == -1) {
     std::string text = o.pretty ? pretty(reply) : reply;
     fwrite(text.data(), 1, text.size(), stdout);
@@ -421,5 +307,25 @@ int main(int argc, char **argv) {
       fputc('\n', stdout);
     fflush(stdout);
   }
-  return report(result, o, url, printed, resynchronised);
+  return report(result, o, url, printed);
+}
+
+} // namespace
+} // namespace velmora_request
+
+int main(int argc, char **argv) {
+  using namespace velmora_request;
+  Options o;
+  int status = parse_options(argc, argv, &o);
+  if (status >= 0)
+    return status;
+  client_context_s *context = context_for(o);
+  if (o.verbose)
+    fprintf(stderr, "velmora-request: the trace below shows the credentials "
+                    "(AUTHENTICATION and LOCAL_AUTH_KEY lines)\n");
+  std::string url =
+      "http://" + *context->host + ":" + std::to_string(context->port) + o.path;
+  status = o.paginate ? paginate(context, o, url) : call_once(context, o, url);
+  client_context_free(context);
+  return status;
 }
