@@ -2,14 +2,14 @@
 # The tools end to end against a devserver whose clock runs an hour ahead:
 # velmora-request's options and exit statuses as a table (every signed call
 # goes through after re-synchronising; a refused command line sends nothing),
-# then the example printing a page. The devserver must then stop cleanly
+# its walks of the whole catalogue, then the example printing a page. The devserver must then stop cleanly
 # (under the sanitizers: without a leak).
 # Usage: smoke.sh DEVSERVER REQUEST EXAMPLE
 set -euo pipefail
 devserver=$1 request=$2 example=$3
 work=$(mktemp -d)
-server=""
-trap '[ -z "$server" ] || kill "$server" 2>/dev/null; rm -rf "$work"' EXIT
+server="" second=""
+trap 'kill $server $second 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
 "$devserver" --port 0 --clock-offset 3600 --user u --password pw \
@@ -46,6 +46,28 @@ done <<'TABLE'
 67|a proxy that puts its own Date:|--user u --password pw /stale x
 TABLE
 grep -q '^POST /echo u 401 auth_error 1' "$work/log" || fail "no date refusal before an answer"
+
+# --paginate: the catalogue, one item a line in id order, the same in pages
+# of 7 as in one page, with one date refusal per walk (the clock's offset
+# carries across pages). A failed page names the offset to resume from.
+walk() { "$request" --port "$1" --user u --password pw --paginate --page-size "$2" \
+  /items/list '{"list_info": {"__type__": "ListInfo"}}'; }
+walk "$port" 0 >"$work/all" && walk "$port" 7 >"$work/paged" || fail "paginate: exit $?"
+ids=$(grep -o '"id":{"__type__":"Long","__value__":"[0-9]*"}' "$work/paged" | tr -dc '0-9\n')
+[ "$ids" = "$(seq 40)" ] && cmp -s "$work/all" "$work/paged" &&
+  [ "$(grep -c '^POST /items/list u 401 auth_error 1' "$work/log")" = 2 ] ||
+  fail "paginate printed: $(head -c 300 "$work/paged")"
+"$devserver" --port 0 --user u --password pw --fault /items/list:status=500,after=2 \
+  >"$work/port2" 2>/dev/null &
+second=$!
+for _ in $(seq 200); do [ -s "$work/port2" ] && break; sleep 0.05; done
+got=0
+walk "$(head -n 1 "$work/port2")" 7 >"$work/cut" 2>"$work/err" || got=$?
+kill "$second"
+second=""
+[ "$got" = 22 ] && [ "$(wc -l <"$work/cut")" = 14 ] &&
+  grep -q 'the walk stopped at offset 14, after 14 items' "$work/err" ||
+  fail "a failed walk: exit $got, $(cat "$work/err")"
 
 page=$("$example" --port "$port" --user u --password pw) || fail "example: exit $?"
 grep -q '^clock_offset before the call: 0 s' <<<"$page" &&
