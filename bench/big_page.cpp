@@ -18,11 +18,9 @@
  * call's peak over what it started with, less what the page still holds
  * after it, over the reply's size.
  */
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <malloc.h>
 #include <memory>
 #include <string>
 #include <thread>
@@ -32,66 +30,8 @@
 #include <json/json.h>
 
 #include "devserver_process.h"
+#include "heap_count.h"
 #include "items.h"
-
-/* ---- Heap counting: glibc lets a program replace malloc ---------------- */
-
-extern "C" {
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
-void *__libc_memalign(size_t alignment, size_t size);
-void __libc_free(void *block);
-}
-
-namespace {
-
-std::atomic<bool> counting{false};
-std::atomic<long> heap_now{0}, heap_peak{0};
-
-void *noted(void *block, long before) {
-  if (!counting.load(std::memory_order_relaxed))
-    return block;
-  long now = heap_now +=
-      long(block == nullptr ? 0 : malloc_usable_size(block)) - before;
-  long peak = heap_peak.load();
-  while (now > peak && !heap_peak.compare_exchange_weak(peak, now)) {
-  }
-  return block;
-}
-
-long size_of(void *block) {
-  return block == nullptr ? 0 : long(malloc_usable_size(block));
-}
-
-} // namespace
-
-extern "C" void *malloc(size_t size) {
-  return noted(__libc_malloc(size), 0);
-}
-extern "C" void *calloc(size_t count, size_t size) {
-  return noted(__libc_calloc(count, size), 0);
-}
-extern "C" void *realloc(void *block, size_t size) {
-  long before = counting.load(std::memory_order_relaxed) ? size_of(block) : 0;
-  void *moved = __libc_realloc(block, size);
-  return moved == nullptr && size != 0 ? moved : noted(moved, before);
-}
-extern "C" void *memalign(size_t alignment, size_t size) {
-  return noted(__libc_memalign(alignment, size), 0);
-}
-extern "C" void *aligned_alloc(size_t alignment, size_t size) {
-  return memalign(alignment, size);
-}
-extern "C" int posix_memalign(void **block, size_t alignment, size_t size) {
-  *block = memalign(alignment, size);
-  return *block == nullptr ? 12 : 0;
-}
-extern "C" void free(void *block) {
-  if (counting.load(std::memory_order_relaxed))
-    noted(nullptr, size_of(block));
-  __libc_free(block);
-}
 
 namespace {
 
@@ -229,14 +169,13 @@ void BM_call_memory(benchmark::State &state) {
   double peak = 0, held = 0;
   client_context_s *client = context();
   for (auto _ : state) {
-    heap_now = 0, heap_peak = 0;
-    counting = true;
+    heap_count_start();
     result_set_s *page = nullptr;
     if (items_list(client, query.get(), &page) != 0)
       state.SkipWithError("call failed");
-    held = double(heap_now.load());
-    peak = double(heap_peak.load());
-    counting = false;
+    held = double(heap_count_now());
+    peak = double(heap_count_peak());
+    heap_count_stop();
     result_set_del(page);
   }
   state.counters["records_MB"] = held / 1e6;
