@@ -56,6 +56,10 @@ Query by_name_at_one_address() {
   return query;
 }
 
+std::vector<std::string> fault(const char *fault) {
+  return {"--fault", std::string("/items/list:") + fault};
+}
+
 Context signed_context(int port) {
   Context context(client_context_new(), client_context_free);
   client_context_set_port(context.get(), port);
@@ -77,24 +81,16 @@ TEST(GeneratedWalks, HandOverEachItemOnceInOrderUntilTheEnd) {
     int code;
     std::vector<int64_t> ids;
   } cases[] = {
+      // clang-format off
       {"exact multiple", {}, 10, 0, 0, from_one(40)},
       {"last page short", {"--items", "47"}, 10, 0, 0, from_one(47)},
       {"limit 0: one page", {}, 0, 0, 0, from_one(40)},
       {"the callback stops", {}, 10, 23, 0, from_one(23)},
-      {"fails on page 3",
-       {"--fault", "/items/list:status=500,after=2"},
-       10,
-       0,
-       -1,
-       from_one(20)},
-      {"date refused on page 3",
-       {"--fault", "/items/list:auth-error=1,after=2,first=1"},
-       10,
-       0,
-       0,
-       from_one(40)},
+      {"fails on page 3", fault("status=500,after=2"), 10, 0, -1, from_one(20)},
+      {"date refused on page 3", fault("auth-error=1,after=2,first=1"), 10, 0, 0, from_one(40)},
       {"clock resynchronised once", clock, 10, 0, 0, from_one(40)},
   };
+  // clang-format on
   for (const auto &c : cases) {
     std::vector<std::string> options = {"--user", "u", "--password", "pw"};
     options.insert(options.end(), c.options.begin(), c.options.end());

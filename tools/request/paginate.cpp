@@ -99,7 +99,7 @@ int fetch(Walk &walk, int32_t offset, int32_t limit,
   walk.items += page->handed;
   walk.pages++;
   if (walk.progress)
-    fprintf(stderr, "\r%lld / %s items, %ld pages",
+    fprintf(stderr, "\r%lld / %s items (page %ld)",
             static_cast<long long>(walk.items),
             page->total < 0 ? "?" : std::to_string(page->total).c_str(),
             walk.pages);
