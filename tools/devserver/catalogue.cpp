@@ -59,7 +59,7 @@ int compare_field(const Item *a, const Item *b, Field field) {
 /* Keeps the items whose fields equal the search parameters; false after
  * answering 400 for a field that items do not have. */
 bool filter(ListInfo *info, std::vector<const Item *> *found,
-            httplib::Response &res) {
+            Response &res) {
   dict_s *search = listinfo_getSearch_parameters(info);
   char **keys;
   int32_t count;
@@ -84,7 +84,7 @@ bool filter(ListInfo *info, std::vector<const Item *> *found,
 
 /* False after answering 400 for an order field that items do not have. */
 bool sort(ListInfo *info, std::vector<const Item *> *found,
-          httplib::Response &res) {
+          Response &res) {
   Ordering *order = listinfo_getOrder(info);
   const char *order_by = ordering_getOrder_by(order);
   if (order_by == nullptr || *order_by == '\0')
@@ -105,7 +105,7 @@ bool sort(ListInfo *info, std::vector<const Item *> *found,
 }
 
 void answer_page(const std::vector<const Item *> &found, int limit, int offset,
-                 httplib::Response &res) {
+                 Response &res) {
   /* A limit of 0, as a fresh ListInfo has, means the rest of the list. */
   size_t first = std::min(found.size(), static_cast<size_t>(offset));
   size_t end = limit == 0
@@ -155,7 +155,7 @@ std::vector<ItemHandle> make_catalogue() {
 }
 
 void list_items(const std::vector<ItemHandle> &catalogue,
-                const std::string &body, httplib::Response &res) {
+                const std::string &body, Response &res) {
   Json::Value document;
   std::string why;
   if (!velmora_tools::parse_json(body, velmora_tools::Strictness::strict,
