@@ -58,8 +58,7 @@ int compare_field(const Item *a, const Item *b, Field field) {
 
 /* Keeps the items whose fields equal the search parameters; false after
  * answering 400 for a field that items do not have. */
-bool filter(ListInfo *info, std::vector<const Item *> *found,
-            Response &res) {
+bool filter(ListInfo *info, std::vector<const Item *> *found, Response &res) {
   dict_s *search = listinfo_getSearch_parameters(info);
   char **keys;
   int32_t count;
@@ -83,8 +82,7 @@ bool filter(ListInfo *info, std::vector<const Item *> *found,
 }
 
 /* False after answering 400 for an order field that items do not have. */
-bool sort(ListInfo *info, std::vector<const Item *> *found,
-          Response &res) {
+bool sort(ListInfo *info, std::vector<const Item *> *found, Response &res) {
   Ordering *order = listinfo_getOrder(info);
   const char *order_by = ordering_getOrder_by(order);
   if (order_by == nullptr || *order_by == '\0')

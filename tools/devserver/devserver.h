@@ -50,6 +50,8 @@ struct Response {
   const std::string *lent = nullptr;
   /* Promises more than `body` and closes the connection after it. */
   bool cut = false;
+  /* No answer at all: the connection closes. */
+  bool silent = false;
   Headers headers;
   void set_content(const std::string &text, const std::string &type);
   void set_header(const std::string &name, const std::string &value);

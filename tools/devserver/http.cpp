@@ -140,7 +140,7 @@ MHD_Result on_request(void *cls, MHD_Connection *connection, const char *url,
     return MHD_YES;
   }
   if (exchange.ready)
-    return send_reply(connection, exchange.res);
+    return exchange.res.silent ? MHD_NO : send_reply(connection, exchange.res);
   if (exchange.too_large)
     return answer_early(server, connection, exchange, 413,
                         "request body too large");

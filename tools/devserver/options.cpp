@@ -35,16 +35,15 @@ void print_limits(FILE *stream) {
       stream,
       "Limits. Waiting clients cost a connection, not a thread: %u\n"
       "connections at once (fewer when the open-file limit is lower; it is\n"
-      "raised to the hard limit), and past them a new one is closed\n"
-      "unanswered; %d more wait to be accepted. A request (line, header lines\n"
-      "and body) must come in whole within --request-timeout seconds\n"
-      "(default %ld) of the connection's opening or the previous answer, or\n"
-      "it gets 408 and the connection is closed (closed unanswered before\n"
-      "its first line is whole); a connection silent for %u s is closed. A\n"
-      "head over %zu KiB gets 431; a body over %zu MiB, chunked or not, 413\n"
-      "(with a Content-Length past it, before it is sent). %zu requests are\n"
-      "answered at once (a delay or hang holds one until it ends); more "
-      "wait.\n",
+      "raised to the hard limit); past them, and up to %d, new ones wait to\n"
+      "be accepted until others close. A request (line, header lines and\n"
+      "body) must come in whole within --request-timeout seconds (default\n"
+      "%ld) of the connection's opening or the previous answer, or it gets\n"
+      "408 and the connection is closed (closed unanswered before its first\n"
+      "line is whole); a connection silent for %u s is closed. A head over\n"
+      "%zu KiB gets 431; a body over %zu MiB, chunked or not, 413 (with a\n"
+      "Content-Length past it, before it is sent). %zu requests are answered\n"
+      "at once (a delay or hang holds one until it ends); more wait.\n",
       max_connections, listen_backlog, default_request_seconds, idle_seconds,
       max_head >> 10, max_body >> 20, max_answering);
 }

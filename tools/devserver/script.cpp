@@ -129,6 +129,7 @@ bool inject(const Config &config, State &state, const Fault &fault,
     return true;
   case Fault::Kind::hang:
     pause(state.stopping, -1);
+    res.silent = true;
     note.detail = "injected hang";
     note.recordable = false;
     return true;
