@@ -54,6 +54,21 @@ grep -q '^clock_offset before the call: 0 s' <<<"$page" &&
   grep -q '^5 of 10 items' <<<"$page" &&
   [ "$(grep -c ' 192\.0\.2\.3 ' <<<"$page")" = 5 ] || fail "example printed: $page"
 
+# The HTTP layer's own answers: status and type | curl's options (an
+# unsigned POST that passes the layer gets 401).
+head -c $((8 << 20)) /dev/zero >"$work/8m"
+{ cat "$work/8m"; echo; } >"$work/8m.1"
+while IFS='|' read -r want args; do
+  got=$(eval "curl -s -o /dev/null -w '%{http_code} %{content_type}' $args http://127.0.0.1:$port/echo")
+  [ "$got" = "$want" ] || fail "$args: $got"
+done <<'TABLE'
+405 application/json|
+401 application/json|--data-binary @"$work/8m"
+413 application/json|--data-binary @"$work/8m.1"
+413 application/json|-H 'Transfer-Encoding: chunked' --data-binary @"$work/8m.1"
+431 |-d x -H "X-Big: $(head -c $((32 << 10)) /dev/zero | tr '\0' a)"
+TABLE
+
 # 600 clients (more than a pool of 512 workers would hold) trickle their
 # heads, a byte a second each; a signed call is still answered at once.
 trap '' PIPE
