@@ -5,7 +5,10 @@
 # 2,000 idle connections, 2,000 connections trickling a header byte a
 # second (bench/support/hold_connections.py; both reopen what the server
 # closes). With the listen queue's overflows (nstat, system-wide), the
-# deepest our accept queue was seen (ss), and the devserver's RSS. Loopback only; every load is bounded and stops by itself.
+# deepest our accept queue was seen (ss), and the devserver's RSS. The load
+# clients run niced, so that on a small machine they delay the call less
+# than the server does. Loopback only; every load is bounded and stops by
+# itself.
 # Usage: bench/devserver_load.sh DEVSERVER REQUEST [CALLS [SECONDS [COUNT]]]
 set -euo pipefail
 devserver=$1 request=$2 calls=${3:-20} seconds=${4:-20} count=${5:-2000}
@@ -61,7 +64,7 @@ row() {
 }
 # under MODE ALONE: the probe while COUNT connections of that mode are held.
 under() {
-  python3 "$hold" "$port" "$1" "$count" 120 >"$work/$1" &
+  nice -n 10 python3 "$hold" "$port" "$1" "$count" 120 >"$work/$1" &
   local helper=$!
   pids+=("$helper")
   for _ in $(seq 600); do grep -q ready "$work/$1" && break; sleep 0.1; done
@@ -83,7 +86,7 @@ alone=$(probe)
 nstat -n 2>/dev/null || true
 for _ in $(seq $((seconds * 10))); do ss -Hltn "sport = :$port" | awk '{ print $2 }'; sleep 0.1; done >"$work/queue" &
 pids+=($!)
-ab -r -q -t "$seconds" -n 100000000 -c 200 -p "$work/body" -T application/json \
+nice -n 10 ab -r -q -t "$seconds" -n 100000000 -c 200 -p "$work/body" -T application/json \
   "http://127.0.0.1:$port/items/list" >"$work/ab" 2>&1 &
 ab=$!
 pids+=("$ab")
