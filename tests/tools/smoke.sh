@@ -2,7 +2,9 @@
 # The tools end to end against a devserver whose clock runs an hour ahead:
 # velmora-request's options and exit statuses as a table (every signed call
 # goes through after re-synchronising; a refused command line sends nothing),
-# its walks of the whole catalogue, then the example printing a page. The devserver must then stop cleanly
+# its walks of the whole catalogue, then the example printing a page, then
+# many clients waiting at once and a request trickled past its deadline.
+# The devserver must then stop cleanly
 # (under the sanitizers: without a leak).
 # Usage: smoke.sh DEVSERVER REQUEST EXAMPLE
 set -euo pipefail
@@ -13,7 +15,7 @@ trap 'kill $server $second 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
 "$devserver" --port 0 --clock-offset 3600 --user u --password pw \
-  --fault /stale:auth-error=1 >"$work/port" 2>"$work/log" &
+  --fault /stale:auth-error=1 --request-timeout 4 >"$work/port" 2>"$work/log" &
 server=$!
 for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$work/port")
@@ -74,6 +76,46 @@ grep -q '^clock_offset before the call: 0 s' <<<"$page" &&
   grep -Eq '^clock_offset after the call: +3600 s' <<<"$page" &&
   grep -q '^5 of 10 items' <<<"$page" &&
   [ "$(grep -c ' 192\.0\.2\.3 ' <<<"$page")" = 5 ] || fail "example printed: $page"
+
+# The HTTP layer's own answers: status and type | curl's options (an
+# unsigned POST that passes the layer gets 401).
+head -c $((8 << 20)) /dev/zero >"$work/8m"
+{ cat "$work/8m"; echo; } >"$work/8m.1"
+while IFS='|' read -r want args; do
+  got=$(eval "curl -s -o /dev/null -w '%{http_code} %{content_type}' $args http://127.0.0.1:$port/echo")
+  [ "$got" = "$want" ] || fail "$args: $got"
+done <<'TABLE'
+405 application/json|
+401 application/json|--data-binary @"$work/8m"
+413 application/json|--data-binary @"$work/8m.1"
+413 application/json|-H 'Transfer-Encoding: chunked' --data-binary @"$work/8m.1"
+431 |-d x -H "X-Big: $(head -c $((32 << 10)) /dev/zero | tr '\0' a)"
+TABLE
+
+# 600 clients (more than a pool of 512 workers would hold) trickle their
+# heads, a byte a second each; a signed call is still answered at once.
+trap '' PIPE
+clients=()
+for _ in $(seq 600); do
+  exec {fd}<>"/dev/tcp/127.0.0.1/$port"
+  printf 'POST /echo?token=t HTTP/1.1\r\nX' >&"$fd"
+  clients+=("$fd")
+done
+for _ in 1 2; do
+  sleep 1
+  for fd in "${clients[@]}"; do printf y >&"$fd" || fail "a waiting client was closed before its time"; done
+done
+start=$(date +%s%N)
+timeout 10 "$request" --port "$port" --user u --password pw /echo x >/dev/null || fail "beside 600 waiting clients: exit $?"
+took=$((($(date +%s%N) - start) / 1000000))
+[ "$took" -lt 2000 ] || fail "a signed call took $took ms beside 600 waiting clients"
+# One trickles on, a byte every half second, past --request-timeout: 408.
+for _ in $(seq 10); do printf y >&"${clients[0]}" 2>/dev/null || break; sleep 0.5; done
+timeout 5 cat <&"${clients[0]}" >"$work/late" || true
+head -n 1 "$work/late" | grep -q '^HTTP/1.1 408 ' &&
+  grep -qF '{"error":"request not whole within 4 s","status":408}' "$work/late" &&
+  grep -q '^- /echo - 408 request not whole within 4 s$' "$work/log" || fail "trickled: $(cat "$work/late")"
+for fd in "${clients[@]}"; do exec {fd}>&-; done
 
 kill -TERM "$server"
 status=0

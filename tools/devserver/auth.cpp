@@ -121,7 +121,7 @@ bool signing_key(const Config &config, const std::string &line,
   return true;
 }
 
-bool signature_matches(const httplib::Request &req, const std::string &body,
+bool signature_matches(const Request &req, const std::string &body,
                        const std::string &key, const std::string &signature) {
   std::string date = req.get_header_value("Date");
   std::string signed_text =
@@ -136,7 +136,7 @@ bool signature_matches(const httplib::Request &req, const std::string &body,
 }
 
 /* 0 when the date is within the skew, else the "auth_error" value. */
-int check_date(const httplib::Request &req, const Config &config) {
+int check_date(const Request &req, const Config &config) {
   long skew;
   if (!date_skew(req.get_header_value("Date"), config, &skew)) {
     note.detail = "unreadable Date";
@@ -166,7 +166,7 @@ const Account *find_account(const Config &config, const std::string &name) {
   return nullptr;
 }
 
-int authenticate(const httplib::Request &req, const std::string &body,
+int authenticate(const Request &req, const std::string &body,
                  const Config &config) {
   if (config.require_auth_key &&
       (!req.has_header("LOCAL_AUTH_KEY") ||
@@ -195,12 +195,12 @@ int authenticate(const httplib::Request &req, const std::string &body,
   return check_date(req, config);
 }
 
-void stamp_date(const Config &config, httplib::Response &res) {
+void stamp_date(const Config &config, Response &res) {
   if (!res.has_header("Date"))
     res.set_header("Date", render_date(server_now(config)));
 }
 
-void refuse(const Config &config, int auth_error, httplib::Response &res) {
+void refuse(const Config &config, int auth_error, Response &res) {
   res.set_header("auth_error", std::to_string(auth_error));
   if (auth_error == 1)
     res.set_header("Date", render_date(server_now(config)));

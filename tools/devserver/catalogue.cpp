@@ -89,7 +89,7 @@ using Search = std::vector<std::pair<Field, std::string>>;
 
 /* The search parameters as fields and wanted texts; false after answering
  * 400 for a field that items do not have. */
-bool search_of(ListInfo *info, Search *wanted, httplib::Response &res) {
+bool search_of(ListInfo *info, Search *wanted, Response &res) {
   dict_s *search = listinfo_getSearch_parameters(info);
   char **keys;
   int32_t key_count;
@@ -123,7 +123,7 @@ std::vector<long> filter(long count, const Search &wanted) {
 }
 
 /* False after answering 400 for an order field that items do not have. */
-bool sort(ListInfo *info, std::vector<long> *found, httplib::Response &res) {
+bool sort(ListInfo *info, std::vector<long> *found, Response &res) {
   Ordering *order = listinfo_getOrder(info);
   const char *order_by = ordering_getOrder_by(order);
   if (order_by == nullptr || *order_by == '\0')
@@ -162,7 +162,7 @@ bool add_item(result_set_s *page, const Entry &entry) {
 
 /* Items [first, end) of `found`, or of the whole catalogue when null. */
 void answer_page(const std::vector<long> *found, long total, long limit,
-                 long offset, httplib::Response &res) {
+                 long offset, Response &res) {
   /* A limit of 0, as a fresh ListInfo has, means the rest of the list. */
   long first = std::min(total, offset);
   long end = limit == 0 ? total : std::min(total, first + limit);
@@ -184,7 +184,7 @@ void answer_page(const std::vector<long> *found, long total, long limit,
 
 } // namespace
 
-void list_items(long count, const std::string &body, httplib::Response &res) {
+void list_items(long count, const std::string &body, Response &res) {
   Json::Value document;
   std::string why;
   if (!velmora_tools::parse_json(body, velmora_tools::Strictness::strict,

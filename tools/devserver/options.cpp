@@ -29,6 +29,25 @@ void print_redacted(FILE *stream) {
   fprintf(stream, "%s\n", line.c_str());
 }
 
+/* The limits of serving, and what a client sees when it meets one. */
+void print_limits(FILE *stream) {
+  fprintf(
+      stream,
+      "Limits. Waiting clients cost a connection, not a thread: %u\n"
+      "connections at once (fewer when the open-file limit is lower; it is\n"
+      "raised to the hard limit); past them, and up to %d, new ones wait to\n"
+      "be accepted until others close. A request (line, header lines and\n"
+      "body) must come in whole within --request-timeout seconds (default\n"
+      "%ld) of the connection's opening or the previous answer, or it gets\n"
+      "408 and the connection is closed (closed unanswered before its first\n"
+      "line is whole); a connection silent for %u s is closed. A head over\n"
+      "%zu KiB gets 431; a body over %zu MiB, chunked or not, 413 (with a\n"
+      "Content-Length past it, before it is sent). %zu requests are answered\n"
+      "at once (a delay or hang holds one until it ends); more wait.\n",
+      max_connections, listen_backlog, default_request_seconds, idle_seconds,
+      max_head >> 10, max_body >> 20, max_answering);
+}
+
 void usage(FILE *stream) {
   fputs(
       "Usage: velmora-devserver [--port N] [--user NAME (--password-file F "
@@ -40,7 +59,7 @@ void usage(FILE *stream) {
       "                         [--upstream HOST:PORT | --replay DIR] "
       "[--record DIR [--record-limit BYTES]]\n"
       "                         [--redact NAME]...\n"
-      "                         [--log json]\n"
+      "                         [--log json] [--request-timeout SECONDS]\n"
       "\n"
       "A local stand-in for the service, on 127.0.0.1. Prints the port it\n"
       "listens on as the first line of standard output and one line per\n"
@@ -103,6 +122,7 @@ void usage(FILE *stream) {
       "                       whose path and JSON body match, else the latest\n"
       "                       for the path, else 404; checks still apply\n"
       "  --log json           log one JSON object per request\n"
+      "  --request-timeout S  the time a request has to come in whole (below)\n"
       "  --help               this text\n"
       "  --version            print the version\n"
       "\n"
@@ -113,13 +133,13 @@ void usage(FILE *stream) {
       "Limit 0 means no limit; order_by and search_parameters name those\n"
       "fields.\n"
       "\n"
-      "A port in use is refused. Each connection has a worker of its own; an\n"
-      "idle one is closed after 2 s. Bodies over 8 MiB, chunked or not, get\n"
-      "413.\n"
-      "\n"
-      "Redacted by default, in header lines and query parameters of any "
-      "case:\n",
+      "A port in use is refused.\n"
+      "\n",
       stream);
+  print_limits(stream);
+  fputs("\nRedacted by default, in header lines and query parameters of any "
+        "case:\n",
+        stream);
   print_redacted(stream);
 }
 
@@ -239,6 +259,7 @@ const option options[] = {{"port", required_argument, nullptr, 'p'},
                           {"route", required_argument, nullptr, 'r'},
                           {"fault", required_argument, nullptr, 'f'},
                           {"log", required_argument, nullptr, 'l'},
+                          {"request-timeout", required_argument, nullptr, 'Q'},
                           {"upstream", required_argument, nullptr, 'U'},
                           {"record", required_argument, nullptr, 'R'},
                           {"replay", required_argument, nullptr, 'P'},
@@ -289,6 +310,17 @@ bool number_option(int option, const char *argument, Config *config) {
   return true;
 }
 
+/* --request-timeout; false after saying why. */
+bool limit_option(const char *argument, Config *config) {
+  if (parse_number(argument, 1, 3600, &config->request_seconds))
+    return true;
+  fprintf(stderr,
+          "velmora-devserver: --request-timeout takes seconds, 1 to 3600, "
+          "not \"%s\"\n",
+          argument);
+  return false;
+}
+
 } // namespace
 
 bool parse_number(const std::string &text, long low, long high, long *value,
@@ -321,6 +353,8 @@ int parse_options(int argc, char **argv, Config *config) {
       ok = mode_option(c, optarg, config);
     } else if (c == 'k' || c == 'K' || c == 'D') {
       ok = request_option(c, optarg, config);
+    } else if (c == 'Q') {
+      ok = limit_option(optarg, config);
     } else if (c == 'h' || c == 'V') {
       if (c == 'h')
         usage(stdout);

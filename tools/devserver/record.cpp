@@ -52,18 +52,15 @@ bool open_recording(const Config &config, State *state, std::string *why) {
   return true;
 }
 
-void record(const Config &config, State &state, long number,
-            const httplib::Request &req, const std::string &body,
-            const httplib::Response &res) {
+void record(const Config &config, State &state, long number, const Request &req,
+            const std::string &body, const Response &res) {
   velmora_tools::Exchange exchange;
   exchange.method = req.method;
   exchange.path = req.target;
   for (const auto &header : req.headers)
-    if (!peer_header(header.first))
-      exchange.request_headers.push_back(header);
+    exchange.request_headers.push_back(header);
   exchange.request = body;
-  /* httplib makes a status left unset 200 once the handler returns. */
-  exchange.status = res.status < 0 ? 200 : res.status;
+  exchange.status = res.status;
   exchange.has_date = res.has_header("Date");
   exchange.date = res.get_header_value("Date");
   exchange.reply = res.body;

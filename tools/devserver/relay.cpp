@@ -22,7 +22,7 @@ const char *const passed_back[] = {"Content-Type", "Date", "auth_error",
 struct Reply {
   std::string body;
   bool too_large = false;
-  httplib::Headers headers; /* of the last response, after redirects */
+  Headers headers; /* of the last response, after redirects */
 };
 
 bool one_of(const std::string &name, std::initializer_list<const char *> set) {
@@ -37,8 +37,7 @@ bool one_of(const std::string &name, std::initializer_list<const char *> set) {
 bool hop_by_hop(const std::string &name) {
   return one_of(name, {"Host", "Content-Length", "Connection", "Keep-Alive",
                        "Transfer-Encoding", "TE", "Trailer", "Upgrade",
-                       "Expect", "Proxy-Connection"}) ||
-         peer_header(name);
+                       "Expect", "Proxy-Connection"});
 }
 
 /* A reply is held whole before it is passed on; past max_held_body it is
@@ -70,7 +69,7 @@ size_t take_header(char *data, size_t size, size_t count, void *sink) {
 
 /* The client's lines, and empty ones that stop libcurl adding its own
  * Accept, Content-Type and Expect where the client sent none. */
-curl_slist *request_lines(const httplib::Request &req) {
+curl_slist *request_lines(const Request &req) {
   curl_slist *lines = curl_slist_append(nullptr, "Expect:");
   for (const char *name : {"Accept", "Content-Type"})
     if (!req.has_header(name))
@@ -112,8 +111,8 @@ bool set_upstream(const std::string &argument, Config *config,
   return true;
 }
 
-void forward(const Config &config, const httplib::Request &req,
-             const std::string &body, httplib::Response &res) {
+void forward(const Config &config, const Request &req, const std::string &body,
+             Response &res) {
   std::unique_ptr<CURL, void (*)(CURL *)> curl(curl_easy_init(),
                                                curl_easy_cleanup);
   std::unique_ptr<curl_slist, void (*)(curl_slist *)> lines(

@@ -86,9 +86,8 @@ bool load_replay(const Config &config, State *state, std::string *why) {
   return true;
 }
 
-void replay(const Config &config, const Recording &replayed,
-            const httplib::Request &req, const std::string &body,
-            httplib::Response &res) {
+void replay(const Config &config, const Recording &replayed, const Request &req,
+            const std::string &body, Response &res) {
   /* Recorded paths hold no credential, so the request's is left out too,
    * and the log line is spared it. */
   std::string path = velmora_tools::redacted_path(req.target, config.redacted);

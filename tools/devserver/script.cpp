@@ -113,7 +113,7 @@ void pause(const std::atomic<bool> &stopping, long ms) {
 }
 
 bool inject(const Config &config, State &state, const Fault &fault,
-            httplib::Response &res) {
+            Response &res) {
   switch (fault.kind) {
   case Fault::Kind::status:
     answer_error(res, fault.status, "injected fault");
@@ -126,18 +126,15 @@ bool inject(const Config &config, State &state, const Fault &fault,
     pause(state.stopping, fault.delay_ms);
     return false;
   case Fault::Kind::close:
-    /* Promises more than it sends, then gives up: httplib closes the
-     * connection in the middle of the body. */
-    res.set_content_provider(1000, "application/json",
-                             [](size_t, size_t, httplib::DataSink &sink) {
-                               sink.write("{\"cut\": ", 8);
-                               return false;
-                             });
+    /* The connection closes in the middle of the body. */
+    res.set_content("{\"cut\": ", "application/json");
+    res.cut = true;
     note.detail = "injected cut reply";
     note.recordable = false;
     return true;
   case Fault::Kind::hang:
     pause(state.stopping, -1);
+    res.silent = true;
     note.detail = "injected hang";
     note.recordable = false;
     return true;
@@ -145,11 +142,11 @@ bool inject(const Config &config, State &state, const Fault &fault,
   return false;
 }
 
-/* A route's text is lent to httplib rather than copied into the reply, so a
+/* A route's text is lent to the reply rather than copied into it, so a
  * large page costs the server no fresh memory per request; the recorder
  * reads the reply's body, so it gets a copy. */
 bool answer_route(const Config &config, const std::string &path,
-                  httplib::Response &res) {
+                  Response &res) {
   auto route = config.script.routes.find(path);
   if (route == config.script.routes.end())
     return false;
@@ -159,11 +156,8 @@ bool answer_route(const Config &config, const std::string &path,
     res.set_content(text, "application/json");
     return true;
   }
-  res.set_content_provider(
-      text.size(), "application/json",
-      [&text](size_t offset, size_t length, httplib::DataSink &sink) {
-        return sink.write(text.data() + offset, length);
-      });
+  res.set_content("", "application/json");
+  res.lent = &text;
   return true;
 }
 
