@@ -5,7 +5,7 @@
 
 namespace velmora_gen {
 
-const size_t records_per_part = 50;
+const size_t records_per_part = 30;
 
 namespace {
 
