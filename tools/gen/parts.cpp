@@ -21,6 +21,13 @@ size_t part_of(const std::string &name, size_t count) {
   return static_cast<size_t>((uint64_t{hash} * count) >> 32);
 }
 
+/* `type` and every type within it, inner ones last. */
+void named_types(const Type &type, std::vector<const Type *> *out) {
+  out->push_back(&type);
+  for (const Type &element : type.element)
+    named_types(element, out);
+}
+
 /* The types a part names: its fields', arguments' and results'. */
 std::vector<const Type *> part_types(const Schema &part) {
   std::vector<const Type *> types;
@@ -55,12 +62,6 @@ std::vector<std::string> called_records(const std::set<std::string> &records,
 size_t default_parts(const Schema &schema) {
   size_t records = schema.records.size();
   return records == 0 ? 1 : (records + records_per_part - 1) / records_per_part;
-}
-
-void named_types(const Type &type, std::vector<const Type *> *out) {
-  out->push_back(&type);
-  for (const Type &element : type.element)
-    named_types(element, out);
 }
 
 std::vector<Part> split_schema(const Schema &schema, const Catalog &catalog,

@@ -36,10 +36,6 @@ std::vector<Part> split_schema(const Schema &schema, const Catalog &catalog,
 /* The file of part `index` (from 0): BASE.cpp, BASE_2.cpp, ... */
 std::string part_file(const std::string &base, size_t index);
 
-/* Every record type and container type in `type`, itself included, inner
- * types last. */
-void named_types(const Type &type, std::vector<const Type *> *out);
-
 } // namespace velmora_gen
 
 #endif

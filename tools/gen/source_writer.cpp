@@ -337,6 +337,8 @@ std::string part_declarations(const Part &part, const Names &names,
     records.push_back(names.record(record));
   for (const std::string &called : part.called)
     records.push_back(names.records.at(called).c_name);
+  if (records.empty())
+    return "";
   std::string text, functions;
   for (const std::string &r : records) {
     text += "struct " + r + ";\n";
@@ -359,6 +361,9 @@ std::string part_text(const Part &part, const Names &names,
   for (const Operation &op : part.schema.operations)
     types.insert(types.end(), op.result.begin(), op.result.end());
   Catalog catalog(types, names);
+  std::string declarations = part_declarations(part, names, catalog);
+  std::string local = containers_text(part.schema, catalog) +
+                      fields_texts(part.schema, names, catalog);
   std::string fast;
   for (const Record &record : part.schema.records)
     fast += "\n" + fast_definition(record, names);
@@ -366,10 +371,10 @@ std::string part_text(const Part &part, const Names &names,
                               std::to_string(count)) +
          "#include <cstddef>\n#include <cstdint>\n" + includes +
          "#include <velmora/velmora.h>\n\n"
-         "using namespace std::string_view_literals;\n\n" +
-         part_declarations(part, names, catalog) + "\nnamespace {\n" +
-         containers_text(part.schema, catalog) +
-         fields_texts(part.schema, names, catalog) + "\n} // namespace\n" +
+         "using namespace std::string_view_literals;\n" +
+         (declarations.empty() ? "" : "\n" + declarations) +
+         (local.empty() ? ""
+                        : "\nnamespace {\n" + local + "\n} // namespace\n") +
          fast + definitions_text(part.schema, part.owned, names, catalog);
 }
 
