@@ -10,6 +10,7 @@
 
 #include "everything.h"
 #include "failing_malloc.h"
+#include "parts.h"
 
 namespace {
 
@@ -25,6 +26,37 @@ Json::Value parse(const std::string &json) {
   Json::Value value;
   std::istringstream(json) >> value;
   return value;
+}
+
+/* A record's functions, whatever its type: parts.json's records are
+ * written as three files. */
+struct RecordOps {
+  void *(*read)(const char *json, size_t length);
+  void *(*deserialize)(const Json::Value &in);
+  Json::Value *(*serialize)(void *value, Json::Value &out);
+  void (*copier)(void **slot, void *value);
+  void (*deleter)(void *value);
+};
+
+std::string written(const RecordOps &ops, void *value) {
+  std::unique_ptr<void, void (*)(void *)> guard(value, ops.deleter);
+  if (value == nullptr)
+    return "null";
+  Json::Value out;
+  ops.serialize(value, out);
+  return Json::writeString(Json::StreamWriterBuilder(), out);
+}
+
+template <typename R>
+RecordOps record_ops(R *(*read)(const char *, size_t),
+                     void *(*deserialize)(const Json::Value &),
+                     Json::Value *(*serialize)(void *, Json::Value &),
+                     void (*copier)(void **, void *), void (*deleter)(void *)) {
+  static R *(*typed)(const char *, size_t) = read;
+  return {[](const char *json, size_t length) -> void * {
+            return typed(json, length);
+          },
+          deserialize, serialize, copier, deleter};
 }
 
 /* A Flat with every field. */
@@ -199,6 +231,63 @@ TEST(Generated, EveryAllocationFailingInTurnGivesNullOrNoChange) {
                  return made(static_cast<Node *>(copy));
                },
                {"null", json});
+}
+
+/* One record of each file, each holding records of the other two. */
+TEST(GeneratedParts, EachFileReadsWritesAndCopiesRecordsOfTheOthers) {
+  const std::string address = R"({"__type__": "Address", "__properties__": {
+      "street": "Elm", "ip": {"__type__": "IP", "__value__": "192.0.2.3"}}})";
+  const std::string order = R"({"__type__": "Order", "__properties__": {
+      "id": {"__type__": "Long", "__value__": "7"}, "paid": true,
+      "customer": {"__type__": "Customer", "__properties__": {"name": "ann",
+                   "home": )" +
+                            address + R"(}},
+      "notes": {"__type__": "Dict", "__sub_type__": "Date",
+                "__elements__": {"a": {"__type__": "Date", "__value__": -86400.0}}},
+      "invoices": {"__type__": "List", "__sub_type__": "Invoice", "__elements__": [
+          {"__type__": "Invoice", "__properties__": {
+           "total": {"__type__": "Double", "__value__": "2.500000"},
+           "billing": )" + address +
+                            R"(}}]}}})";
+  const struct {
+    RecordOps ops;
+    std::string json;
+  } cases[] = {{record_ops(Address_read, Address_deserialize, Address_serialize,
+                           Address_copier, Address_deleter),
+                R"({"__type__": "Address", "__properties__": {"street": "x",
+           "owner": {"__type__": "Customer", "__properties__": {"orders":
+             {"__type__": "ResultSet", "__sub_type__": "Order",
+              "__total_items__": 3, "__elements__": [)" +
+                    order + "]}}}}}"},
+               {record_ops(Order_read, Order_deserialize, Order_serialize,
+                           Order_copier, Order_deleter),
+                order},
+               {record_ops(Invoice_read, Invoice_deserialize, Invoice_serialize,
+                           Invoice_copier, Invoice_deleter),
+                R"({"__type__": "Invoice", "__properties__": {
+           "code": {"__type__": "Long", "__value__": "18446744073709551615"},
+           "lines": {"__type__": "List", "__sub_type__": "List", "__elements__": [
+             {"__type__": "List", "__sub_type__": "Time", "__elements__": [
+               {"__type__": "Time", "__value__": 1700000000.0}]}]},
+           "order": )" +
+                    order + "}}"}};
+  for (const auto &c : cases) {
+    std::string json =
+        Json::writeString(Json::StreamWriterBuilder(), parse(c.json));
+    void *copy = nullptr, *read = c.ops.read(c.json.data(), c.json.size());
+    c.ops.copier(&copy, read);
+    EXPECT_EQ(written(c.ops, read), json);
+    EXPECT_EQ(written(c.ops, c.ops.deserialize(parse(c.json))), json);
+    EXPECT_EQ(written(c.ops, copy), json);
+  }
+  std::unique_ptr<Order, void (*)(void *)> read(
+      Order_read(order.data(), order.size()), Order_deleter);
+  const Invoice *invoice =
+      static_cast<Invoice *>(list_get(order_getInvoices(read.get()), 0));
+  EXPECT_STREQ(address_getStreet(invoice_getBilling(invoice)), "Elm");
+  EXPECT_STREQ(
+      address_getStreet(customer_getHome(order_getCustomer(read.get()))),
+      "Elm");
 }
 
 } // namespace

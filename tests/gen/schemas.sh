@@ -3,7 +3,8 @@
 # then --infer on a reply (a member named "" left out), with and without
 # a conflicting field, its schema generated into a directory that does not
 # exist yet; then --infer
-# on recorded exchanges: operations, their names, and conflicts.
+# on recorded exchanges: operations, their names, and conflicts. Big
+# schemas as several files.
 # Usage: schemas.sh VELMORA_GEN
 set -euo pipefail
 gen=$1
@@ -50,6 +51,23 @@ done <<'TABLE'
 {"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE
+
+# A schema past 30 records gets one source file per 30 (--parts N: N), a
+# second run rewrites nothing, and a count that is not one is refused.
+records=$(for i in $(seq 61); do printf '"R%d": {"next": "R%d"},' "$i" $((i % 61 + 1)); done)
+printf '{"records": {%s}}' "${records%,}" >"$work/big.json"
+for args in "|big.cpp big.h big_2.cpp big_3.cpp" "--parts 1|big.cpp big.h" "--parts 2|big.cpp big.h big_2.cpp"; do
+  rm -rf "$work/big" && "$gen" ${args%|*} --output-dir "$work/big" "$work/big.json"
+  before=$(stat -c '%n %y' "$work"/big/*)
+  "$gen" ${args%|*} --output-dir "$work/big" "$work/big.json"
+  [ "$(cd "$work/big" && echo *)" = "${args#*|}" ] && [ "$(stat -c '%n %y' "$work"/big/*)" = "$before" ] ||
+    { echo "FAIL: big $args: $(ls "$work/big")"; failed=1; }
+done
+for count in 0 x -2 2x; do
+  status=0
+  "$gen" --parts "$count" --output-dir "$work/big" "$work/big.json" 2>/dev/null || status=$?
+  [ "$status" = 2 ] || { echo "FAIL: --parts $count: exit $status"; failed=1; }
+done
 
 # Nesting past the reader's limit is refused (a schema) or skipped (a
 # reply), not a crash.

@@ -1,5 +1,7 @@
 #include "container_writer.h"
 
+#include <set>
+
 #include "escapes.h"
 #include "layout.h"
 
@@ -7,17 +9,18 @@ namespace velmora_gen {
 
 namespace {
 
-/* True when a copy of `type` is made: a record's field or a container's
- * element of that type. */
-bool copied(const Type &type, const Schema &schema, const Catalog &catalog) {
+/* The types a copy is made of: a record's field or a container's element
+ * of that type, by type text; gathered once, as a lookup per container
+ * over every field grows as the square of the schema. */
+std::set<std::string> copied_types(const Schema &schema,
+                                   const Catalog &catalog) {
+  std::set<std::string> copied;
   for (const Record &record : schema.records)
     for (const Field &field : record.fields)
-      if (type_text(field.type) == type_text(type))
-        return true;
+      copied.insert(type_text(field.type));
   for (const Type &container : catalog.containers())
-    if (type_text(container.element[0]) == type_text(type))
-      return true;
-  return false;
+    copied.insert(type_text(container.element[0]));
+  return copied;
 }
 
 std::string maker_text(const Catalog &catalog, const Type &type) {
@@ -64,11 +67,12 @@ std::string fast_text(const Catalog &catalog, const Type &type) {
 } // namespace
 
 std::string containers_text(const Schema &schema, const Catalog &catalog) {
+  std::set<std::string> copied = copied_types(schema, catalog);
   std::string text;
   for (const Type &type : catalog.containers()) {
     text += "\n" + maker_text(catalog, type) + "\n" +
             reader_text(catalog, type) + "\n";
-    if (copied(type, schema, catalog))
+    if (copied.count(type_text(type)) != 0)
       text += copier_text(catalog, type) + "\n";
     text += fast_text(catalog, type);
   }

@@ -92,28 +92,13 @@ std::string accessors_text(const Record &record, const Names &names,
 std::string record_text(const Record &record, const Names &names,
                         const Catalog &catalog) {
   const std::string &r = names.record(record);
-  std::string doc = about(record.doc, record.name, r);
-  std::string text = "/* ---- " + r + " */\n\n" +
-                     (doc.empty() ? "" : comment("", doc, "/**")) + "struct " +
-                     r + " {\n";
-  for (const Field &field : record.fields)
-    text += member_text(field, names.field(record, field), catalog);
-  text +=
-      "  /** Members read that no field names; null when none. */\n"
-      "  Json::Value *unknown_members;\n};\n\n"
-      "/** Every field absent; null when memory runs out. */\n" +
-      declaration(r + " *", r + "_new(", {"void"}, ");") +
-      declaration("void", r + "_deleter(", {"void *self"}, ");") +
-      declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
-                  ");") +
-      declaration("Json::Value *", r + "_serialize(",
-                  {"void *self", "Json::Value &out"}, ");") +
-      declaration("void", r + "_copier(", {"void **slot", "void *self"}, ");") +
-      "/** Lends the members read that no field names, written back after the\n"
-      " * fields; null when none. */\n" +
-      unknown_declaration(r, ";") + reader_comment(r) +
-      text_reader_declaration(r, r + "_read", ";");
-  return text + accessors_text(record, names, catalog) + "\n";
+  return "/* ---- " + r + " */\n\n" + struct_text(record, names, catalog) +
+         "\n" + record_functions(r) +
+         "/** Lends the members read that no field names, written back after "
+         "the\n * fields; null when none. */\n" +
+         unknown_declaration(r, ";") + reader_comment(r) +
+         text_reader_declaration(r, r + "_read", ";") +
+         accessors_text(record, names, catalog) + "\n";
 }
 
 std::string parameter(const TypeInfo &info, const std::string &name) {
@@ -175,6 +160,30 @@ std::string each_comment(const Operation &op, const Names &names) {
 
 } // namespace
 
+std::string struct_text(const Record &record, const Names &names,
+                        const Catalog &catalog) {
+  const std::string &r = names.record(record);
+  std::string doc = about(record.doc, record.name, r);
+  std::string text =
+      (doc.empty() ? "" : comment("", doc, "/**")) + "struct " + r + " {\n";
+  for (const Field &field : record.fields)
+    text += member_text(field, names.field(record, field), catalog);
+  return text + "  /** Members read that no field names; null when none. */\n"
+                "  Json::Value *unknown_members;\n};\n";
+}
+
+std::string record_functions(const std::string &r) {
+  return "/** Every field absent; null when memory runs out. */\n" +
+         declaration(r + " *", r + "_new(", {"void"}, ");") +
+         declaration("void", r + "_deleter(", {"void *self"}, ");") +
+         declaration("void *", r + "_deserialize(", {"const Json::Value &in"},
+                     ");") +
+         declaration("Json::Value *", r + "_serialize(",
+                     {"void *self", "Json::Value &out"}, ");") +
+         declaration("void", r + "_copier(", {"void **slot", "void *self"},
+                     ");");
+}
+
 std::string getter_declaration(const std::string &record,
                                const std::string &field, const TypeInfo &info,
                                const std::string &self_name,
@@ -211,9 +220,10 @@ std::string unknown_declaration(const std::string &record,
                      {"const " + record + " *self"}, ")" + tail);
 }
 
-std::string fast_declaration(const std::string &record,
-                             const std::string &tail) {
-  return declaration("velmora::detail::Read", record + "_fast(",
+std::string fast_declaration(const std::string &record, const std::string &tail,
+                             bool shared) {
+  std::string hidden = shared ? "[[gnu::visibility(\"hidden\")]] " : "";
+  return declaration(hidden + "velmora::detail::Read", record + "_fast(",
                      {"velmora::detail::Cursor &c", "void **out"}, ")" + tail);
 }
 

@@ -1,9 +1,12 @@
 /* velmora-gen: a service's record types and calls, generated from a
  * schema; or a schema inferred from a recorded reply. */
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,36 +14,68 @@
 
 #include "infer.h"
 #include "names.h"
+#include "parts.h"
 #include "schema.h"
 #include "types.h"
 #include "writers.h"
 
 namespace {
 
-const char *const usage_text =
-    "usage: velmora-gen [--output-dir DIR] [--name BASE] SCHEMA.json\n"
-    "       velmora-gen --infer FILE|DIR...\n"
-    "       velmora-gen --help | --version\n"
-    "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
-    "(default: ., made when missing). A field's type is one of Long, ULong,\n"
-    "Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob,\n"
-    "Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the\n"
-    "schema; an unknown one is refused with the nearest name, or this list.\n"
-    "--infer prints a schema inferred from\n"
-    "typed envelopes: records from replies, and operations too from\n"
-    "velmora-devserver --record files (a directory stands for its .json\n"
-    "files): the name from the path, the arguments from the request's\n"
-    "members, the result from a 200 reply's only member, else its \"result\",\n"
-    "else its first member of a known type. Two types seen for one field,\n"
-    "argument or result, and a bare number that is no 32-bit integer, are\n"
-    "reported, one line each (exit 2). A file that is not JSON, or holds no\n"
-    "recording and no typed value, is skipped with a warning.\n";
+/* The usage, with the records a file of several holds by default. */
+std::string usage_text() {
+  std::string per = std::to_string(velmora_gen::records_per_part);
+  return "usage: velmora-gen [--output-dir DIR] [--name BASE] [--parts N] "
+         "SCHEMA.json\n"
+         "       velmora-gen --infer FILE|DIR...\n"
+         "       velmora-gen --help | --version\n"
+         "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
+         "(default: ., made when missing). A schema of more than " +
+         per + " records\ngets its source as several files, one per " + per +
+         " records: BASE.cpp,\n"
+         "BASE_2.cpp, ... BASE_N.cpp, to compile together, in parallel and\n"
+         "each in bounded memory, with the one BASE.h; --parts N asks for N\n"
+         "files (1: one file, however big). Each record and operation goes to\n"
+         "the file its name's hash picks, so that a change to one rewrites\n"
+         "that file alone; a file whose text is unchanged is not written\n"
+         "again. A field's type is one of Long, ULong,\n"
+         "Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob,\n"
+         "Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of "
+         "the\n"
+         "schema; an unknown one is refused with the nearest name, or this "
+         "list.\n"
+         "--infer prints a schema inferred from\n"
+         "typed envelopes: records from replies, and operations too from\n"
+         "velmora-devserver --record files (a directory stands for its .json\n"
+         "files): the name from the path, the arguments from the request's\n"
+         "members, the result from a 200 reply's only member, else its "
+         "\"result\",\n"
+         "else its first member of a known type. Two types seen for one "
+         "field,\n"
+         "argument or result, and a bare number that is no 32-bit integer, "
+         "are\n"
+         "reported, one line each (exit 2). A file that is not JSON, or holds "
+         "no\n"
+         "recording and no typed value, is skipped with a warning.\n";
+}
 
 struct Options {
   std::string output_dir = ".", name;
+  size_t parts = 0; /* 0: by the schema's size */
   bool infer = false;
   std::vector<std::string> inputs;
 };
+
+/* A count of 1 to 10,000, in decimal. */
+bool parse_count(const char *text, size_t *value) {
+  char *end = nullptr;
+  errno = 0;
+  unsigned long n = strtoul(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || text[0] == '-' || n < 1 ||
+      n > 10000)
+    return false;
+  *value = n;
+  return true;
+}
 
 bool parse_options(int argc, char **argv, Options *options) {
   for (int i = 1; i < argc; i++) {
@@ -50,7 +85,10 @@ bool parse_options(int argc, char **argv, Options *options) {
       options->output_dir = argv[++i];
     else if (arg == "--name" && has_value)
       options->name = argv[++i];
-    else if (arg == "--infer")
+    else if (arg == "--parts" && has_value) {
+      if (!parse_count(argv[++i], &options->parts))
+        return false;
+    } else if (arg == "--infer")
       options->infer = true;
     else if (arg.empty() || arg[0] == '-')
       return false;
@@ -78,7 +116,14 @@ bool make_directory(const std::string &path) {
   return false;
 }
 
+/* Written only when its text changed, so that the file keeps its time
+ * and builds do not compile it again. */
 bool write_file(const std::string &path, const std::string &text) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream was;
+  was << in.rdbuf();
+  if (in && was.str() == text)
+    return true;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << text;
   out.close();
@@ -113,13 +158,18 @@ int generate(const Options &options) {
   velmora_gen::Catalog catalog(schema, names);
   if (!make_directory(options.output_dir))
     return 1;
-  std::string prefix = options.output_dir + "/" + base;
-  bool written =
-      write_file(prefix + ".h",
-                 velmora_gen::header_text(schema, names, catalog, base)) &&
-      write_file(prefix + ".cpp",
-                 velmora_gen::source_text(schema, names, catalog, base));
-  return written ? 0 : 1;
+  std::string dir = options.output_dir + "/";
+  size_t parts =
+      options.parts != 0 ? options.parts : velmora_gen::default_parts(schema);
+  std::vector<std::string> sources =
+      velmora_gen::source_texts(schema, names, catalog, base, parts);
+  if (!write_file(dir + base + ".h",
+                  velmora_gen::header_text(schema, names, catalog, base)))
+    return 1;
+  for (size_t i = 0; i < sources.size(); i++)
+    if (!write_file(dir + velmora_gen::part_file(base, i), sources[i]))
+      return 1;
+  return 0;
 }
 
 /* Each line of `lines` on standard error, after the program's name. */
@@ -137,7 +187,7 @@ void print_lines(const std::string &lines) {
 int main(int argc, char **argv) {
   Options options;
   if (argc == 2 && strcmp(argv[1], "--help") == 0) {
-    printf("%s\n%s", usage_text, velmora_gen::naming_rule);
+    printf("%s\n%s", usage_text().c_str(), velmora_gen::naming_rule);
     return 0;
   }
   if (argc == 2 && strcmp(argv[1], "--version") == 0) {
@@ -145,7 +195,7 @@ int main(int argc, char **argv) {
     return 0;
   }
   if (!parse_options(argc, argv, &options)) {
-    fputs(usage_text, stderr);
+    fputs(usage_text().c_str(), stderr);
     return 2;
   }
   if (!options.infer)

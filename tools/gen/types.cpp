@@ -156,8 +156,12 @@ bool parse_type(const std::string &text, Type *type) {
                     &type->element[0]);
 }
 
-Catalog::Catalog(const Schema &schema, const Names &names) : names_(names) {
-  for (const Type &type : used_types(schema))
+Catalog::Catalog(const Schema &schema, const Names &names)
+    : Catalog(used_types(schema), names) {}
+
+Catalog::Catalog(const std::vector<Type> &types, const Names &names)
+    : names_(names) {
+  for (const Type &type : types)
     add(type);
 }
 
@@ -200,7 +204,8 @@ TypeInfo Catalog::info(const Type &type) const {
   }
   if (type.element.empty())
     return base_info(type.name);
-  std::string id = std::to_string(ids_.at(type_text(type)));
+  auto found = ids_.find(type_text(type));
+  std::string id = found == ids_.end() ? "" : std::to_string(found->second);
   TypeInfo info{
       "result_set_s", "result_set_del", "copy_c" + id, "", "read_c" + id, "",
       "fast_c" + id,  type.name,        Access::handle};

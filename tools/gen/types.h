@@ -56,6 +56,9 @@ struct TypeInfo {
 class Catalog {
 public:
   Catalog(const Schema &schema, const Names &names);
+  /* The containers of `types` alone, as one source file of several holds
+   * them; the info of another container names no helper of this file. */
+  Catalog(const std::vector<Type> &types, const Names &names);
   TypeInfo info(const Type &type) const;
   /* The four element operations a container of `element` is made with. */
   std::vector<std::string> element_ops(const Type &element) const;

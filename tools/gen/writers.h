@@ -3,6 +3,7 @@
 #define VELMORA_GEN_WRITERS_H
 
 #include <string>
+#include <vector>
 
 #include "names.h"
 #include "schema.h"
@@ -14,6 +15,22 @@ std::string header_text(const Schema &schema, const Names &names,
                         const Catalog &catalog, const std::string &base);
 std::string source_text(const Schema &schema, const Names &names,
                         const Catalog &catalog, const std::string &base);
+
+/* The source as `count` files, each with its own text: the first (a
+ * small schema's only) as source_text writes it, each file of several
+ * with the records and container types it needs from the others declared
+ * at its top, so that it does not read the header and a change elsewhere
+ * leaves its text alone. */
+std::vector<std::string> source_texts(const Schema &schema, const Names &names,
+                                      const Catalog &catalog,
+                                      const std::string &base, size_t count);
+
+/* A record's struct, as the header defines it. */
+std::string struct_text(const Record &record, const Names &names,
+                        const Catalog &catalog);
+/* R_new, R_deleter, R_deserialize, R_serialize and R_copier of the record
+ * named `r` in C, declared. */
+std::string record_functions(const std::string &r);
 
 /* Shared by both writers: declarations laid out as lines, ending in
  * `tail` (";" in the header, " {" before a body); `record` and `field` are
@@ -33,9 +50,10 @@ std::string new_declaration(const std::string &record, const std::string &field,
 /* r_unknownMembers, which lends the members no field names. */
 std::string unknown_declaration(const std::string &record,
                                 const std::string &tail);
-/* R_fast, the file-local reader of a record's JSON text. */
-std::string fast_declaration(const std::string &record,
-                             const std::string &tail);
+/* R_fast, the reader of a record's JSON text: file-local, or `shared` by
+ * the files of several, which a program does not export. */
+std::string fast_declaration(const std::string &record, const std::string &tail,
+                             bool shared = false);
 /* R_read, or a container type's reader of JSON text. */
 std::string text_reader_declaration(const std::string &c_type,
                                     const std::string &name,
