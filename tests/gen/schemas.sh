@@ -62,6 +62,11 @@ for args in "|big.cpp big.h big_2.cpp big_3.cpp" "--parts 1|big.cpp big.h" "--pa
   [ "$(cd "$work/big" && echo *)" = "${args#*|}" ] && [ "$(stat -c '%n %y' "$work"/big/*)" = "$before" ] ||
     { echo "FAIL: big $args: $(ls "$work/big")"; failed=1; }
 done
+# The suite's parts.json as three files, each with records calling the others'.
+"$gen" --parts 3 --output-dir "$work/parts" "$(dirname "$0")/parts.json"
+for f in parts parts_2 parts_3; do
+  grep -q '_new(void) {' "$work/parts/$f.cpp" || { echo "FAIL: no record in $f.cpp"; failed=1; }
+done
 for count in 0 x -2 2x; do
   status=0
   "$gen" --parts "$count" --output-dir "$work/big" "$work/big.json" 2>/dev/null || status=$?
