@@ -3,7 +3,7 @@
 # synthetic schemas of 10, 100, 500 and 1,000 records (20 fields each: every
 # base type, containers, records calling the next and the previous one, so
 # that they form cycles; one operation per record). Prints the generation
-# time (best of 3) for each, and per record, less the run of an empty schema
+# time (best of 9) for each, and per record, less the run of an empty schema
 # (the program's start, about 30 ms on a loaded machine); then builds the
 # 500-record schema's output at -O2 with JOBS compilers at a time (0: no
 # build), as one file (--parts 1) and as velmora-gen writes it by default:
@@ -33,10 +33,10 @@ schema() {
 }
 now() { date +%s%N; }
 
-# generate N: the best of 3 runs on the N-record schema, in ns.
+# generate N: the best of 9 runs on the N-record schema, in ns.
 generate() {
   local best= start took
-  for _ in 1 2 3; do
+  for _ in $(seq 9); do
     rm -rf "$work/out$1"
     start=$(now)
     "$gen" --output-dir "$work/out$1" "$work/s$1.json"

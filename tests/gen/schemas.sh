@@ -52,16 +52,21 @@ done <<'TABLE'
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE
 
-# A schema past 30 records gets one source file per 30 (--parts N: N), a
+# A schema of 60 records gets one source file per 30 (--parts N: N), a
 # second run rewrites nothing, and a count that is not one is refused.
-records=$(for i in $(seq 61); do printf '"R%d": {"next": "R%d"},' "$i" $((i % 61 + 1)); done)
+records=$(for i in $(seq 60); do printf '"R%d": {"next": "R%d"},' "$i" $((i % 60 + 1)); done)
 printf '{"records": {%s}}' "${records%,}" >"$work/big.json"
-for args in "|big.cpp big.h big_2.cpp big_3.cpp" "--parts 1|big.cpp big.h" "--parts 2|big.cpp big.h big_2.cpp"; do
+for args in "|big.cpp big.h big_2.cpp" "--parts 1|big.cpp big.h" "--parts 3|big.cpp big.h big_2.cpp big_3.cpp"; do
   rm -rf "$work/big" && "$gen" ${args%|*} --output-dir "$work/big" "$work/big.json"
   before=$(stat -c '%n %y' "$work"/big/*)
   "$gen" ${args%|*} --output-dir "$work/big" "$work/big.json"
   [ "$(cd "$work/big" && echo *)" = "${args#*|}" ] && [ "$(stat -c '%n %y' "$work"/big/*)" = "$before" ] ||
     { echo "FAIL: big $args: $(ls "$work/big")"; failed=1; }
+done
+# The suite's parts.json as three files, each with records calling the others'.
+"$gen" --parts 3 --output-dir "$work/parts" "$(dirname "$0")/parts.json"
+for f in parts parts_2 parts_3; do
+  grep -q '_new(void) {' "$work/parts/$f.cpp" || { echo "FAIL: no record in $f.cpp"; failed=1; }
 done
 for count in 0 x -2 2x; do
   status=0
