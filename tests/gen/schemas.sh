@@ -74,6 +74,9 @@ for count in 0 x -2 2x; do
   [ "$status" = 2 ] || { echo "FAIL: --parts $count: exit $status"; failed=1; }
 done
 
+"$gen" --help | grep -q '^usage: velmora-gen' && "$gen" --help | grep -q 'gets a C name from its wire' ||
+  { echo "FAIL: --help"; failed=1; }
+
 # Nesting past the reader's limit is refused (a schema) or skipped (a
 # reply), not a crash.
 printf '%0.s[' $(seq 2000) >"$work/deep.json"

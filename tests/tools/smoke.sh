@@ -36,6 +36,8 @@ done <<'TABLE'
 0|{"ping": [1, 2]}|--user u --password pw /echo '{"ping": [1, 2]}'
 0|x|--user u --password-file "$work/pw" /echo x
 0|x|--user u --password-file - --auth-key-file "$work/key" /echo x
+0|x|--user u --password-hash 1A91D62F7CA67399625A4368A6AB5D4A3BAA6073 /echo x
+22|an HTTP error other than 200 and 401|--user u --password pw /items/list '{"list_info": {"__properties__": {"limit": "x"}}}'
 0|the trace below shows the credentials|--user u --password pw --verbose /echo x
 2|No such file or directory; nothing was sent|--user u --password pw /echo @"$work/nothing"
 2|--token-file: cannot read|--user u --token-file "$work/nothing" /echo x
@@ -47,17 +49,28 @@ done <<'TABLE'
 67|it was not signed; give --user with --password or --token|/echo x
 67|a proxy that puts its own Date:|--user u --password pw /stale x
 TABLE
-grep -q '^POST /echo u 401 auth_error 1' "$work/log" || fail "no date refusal before an answer"
+grep -q '^POST /echo u 401 auth_error 1' "$work/log" &&
+  grep -q '^POST /echo u 401 auth_error 2: wrong signature' "$work/log" &&
+  grep -q '^POST /items/list u 400 bad list_info' "$work/log" || fail "the log's outcomes"
+# A command line or route the devserver cannot use stops it (exit 2).
+echo 'not json' >"$work/bad.json"
+for args in "--bogus" "--route /x=$work/bad.json" "--route /x=$work/nothing"; do
+  got=0
+  timeout 10 "$devserver" --port 0 $args >/dev/null 2>&1 || got=$?
+  [ "$got" = 2 ] || fail "devserver $args: exit $got"
+done
 
 # --paginate: the catalogue, one item a line in id order, the same in pages
 # of 7 as in one page, with one date refusal per walk (the clock's offset
 # carries across pages). A failed page names the offset to resume from.
 walk() { "$request" --port "$1" --user u --password pw --paginate --page-size "$2" \
   /items/list '{"list_info": {"__type__": "ListInfo"}}'; }
+refusals() { grep -c '^POST /items/list u 401 auth_error 1' "$work/log"; }
+before=$(refusals)
 walk "$port" 0 >"$work/all" && walk "$port" 7 >"$work/paged" || fail "paginate: exit $?"
 ids=$(grep -o '"id":{"__type__":"Long","__value__":"[0-9]*"}' "$work/paged" | tr -dc '0-9\n')
 [ "$ids" = "$(seq 40)" ] && cmp -s "$work/all" "$work/paged" &&
-  [ "$(grep -c '^POST /items/list u 401 auth_error 1' "$work/log")" = 2 ] ||
+  [ "$(refusals)" = $((before + 2)) ] ||
   fail "paginate printed: $(head -c 300 "$work/paged")"
 "$devserver" --port 0 --user u --password pw --fault /items/list:status=500,after=2 \
   >"$work/port2" 2>/dev/null &
