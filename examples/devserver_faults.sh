@@ -28,5 +28,7 @@ expect 22 /flaky # the first request gets 503 ...
 expect 0 /flaky  # ... and the next one its answer
 expect 0 /stale  # a refused date: the library re-synchronises and sends again
 expect 7 /cut    # a reply cut short is a failed transfer
-grep -q 'injected date refusal' "$work/log" || { echo "FAIL: no date refusal logged"; exit 1; }
+# --log json: one object a line, for jq or a test's own reader.
+grep -qF '{"method":"POST","outcome":"auth_error 1: injected date refusal","path":"/stale","status":401,"user":"-"}' \
+  "$work/log" || { echo "FAIL: no date refusal logged"; exit 1; }
 echo "devserver faults: ok"
