@@ -265,6 +265,13 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
                             : Read::other;
                },
                Flat_deleter},
+      by_member{[](Cursor &c, void **out) {
+                  auto keep = [](Cursor &c, std::string_view name, Flat *f) {
+                    return unknown(c, name, &f->unknown_members);
+                  };
+                  return record(c, Flat_new, Flat_deleter, keep, out);
+                },
+                Flat_deleter},
       texts{[](Cursor &c, void **out) {
               list_s *(*make)() = [] {
                 return list_new("Unicode", string_deleter, nullptr, nullptr,
@@ -291,6 +298,8 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
       {one_pass,
        R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1},"__type__":"F"})",
        Read::other},
+      {by_member, R"({"__type__":"F","__properties__":{"a":[1]}})", Read::done},
+      {by_member, R"({"__properties__":{"a":{}},"__type__":"F"})", Read::done},
       {one_pass,
        R"({"__properties__":{"address":{"__type__":"IP","__value__":"a"},"count":1,"id":{"__type__":"Long","__value__":"2"},"x":0},"__type__":"F"})",
        Read::other},
@@ -341,6 +350,12 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
        R"({"__elements__":[],"__sub_type__":"Unicode","__type__":"List"})",
        Read::done},
       {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":[]})",
+       Read::done, max_depth - 2},
+      {texts,
+       R"({"__type__":"List","__sub_type__":"Unicode","__elements__":[]})",
+       Read::broken, max_depth - 1},
+      {texts,
        R"({"__type__":"List","__sub_type__":"Long","__elements__":["a"]})",
        Read::other},
       {texts, R"({"__type__":"List","__elements__":["a"]})", Read::other},
@@ -380,6 +395,8 @@ TEST(TextRead, OnlyTheLibrarysOwnShapesTakeTheFastRoad) {
     void *value = nullptr;
     EXPECT_EQ(c.road.read(cursor, &value), c.expected) << json;
     EXPECT_EQ(value != nullptr, c.expected == Read::done) << json;
+    /* A value read closes all it opened. */
+    EXPECT_TRUE(c.expected != Read::done || cursor.depth == c.depth) << json;
     c.road.release(value);
   }
 }
