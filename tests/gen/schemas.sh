@@ -76,6 +76,9 @@ done
 
 "$gen" --help | grep -q '^usage: velmora-gen' && "$gen" --help | grep -q 'gets a C name from its wire' ||
   { echo "FAIL: --help"; failed=1; }
+# A wire name that no C name keeps is named in the comments.
+"$gen" --output-dir "$work/names" "$(dirname "$0")/names.json" &&
+  grep -qF 'Wire name: "x-request-id".' "$work/names/names.h" || { echo "FAIL: wire names"; failed=1; }
 
 # Nesting past the reader's limit is refused (a schema) or skipped (a
 # reply), not a crash.

@@ -15,7 +15,7 @@ trap 'kill $server $second 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
 "$devserver" --port 0 --clock-offset 3600 --user u --password pw \
-  --fault /stale:auth-error=1 --request-timeout 4 >"$work/port" 2>"$work/log" &
+  --fault /stale:auth-error=1 --fault /hang:hang --request-timeout 4 >"$work/port" 2>"$work/log" &
 server=$!
 for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$work/port")
@@ -52,13 +52,27 @@ TABLE
 grep -q '^POST /echo u 401 auth_error 1' "$work/log" &&
   grep -q '^POST /echo u 401 auth_error 2: wrong signature' "$work/log" &&
   grep -q '^POST /items/list u 400 bad list_info' "$work/log" || fail "the log's outcomes"
-# A command line or route the devserver cannot use stops it (exit 2).
+# A command line (exit 2) or a replay (exit 1) the devserver cannot use
+# stops it with its reason.
 echo 'not json' >"$work/bad.json"
-for args in "--bogus" "--route /x=$work/bad.json" "--route /x=$work/nothing"; do
+while IFS='|' read -r want text args; do
   got=0
-  timeout 10 "$devserver" --port 0 $args >/dev/null 2>&1 || got=$?
-  [ "$got" = 2 ] || fail "devserver $args: exit $got"
-done
+  timeout 10 "$devserver" --port 0 $args >/dev/null 2>"$work/err" || got=$?
+  [ "$got" = "$want" ] && grep -qF -- "$text" "$work/err" || fail "devserver $args: exit $got, $(cat "$work/err")"
+done <<TABLE
+2|unrecognized option '--bogus'|--bogus
+2|holds no JSON|--route /x=$work/bad.json
+2|cannot read "$work/nothing"|--route /x=$work/nothing
+1|cannot read "$work/nothing": No such file|--replay $work/nothing
+TABLE
+
+# A request held by a hang leaves the others answered.
+"$request" --port "$port" --user u --password pw /hang x >/dev/null 2>&1 &
+hung=$!
+sleep 1
+timeout 5 "$request" --port "$port" --user u --password pw /echo x >/dev/null ||
+  fail "beside a hung request: exit $?"
+kill "$hung" 2>/dev/null || true
 
 # --paginate: the catalogue, one item a line in id order, the same in pages
 # of 7 as in one page, with one date refusal per walk (the clock's offset
