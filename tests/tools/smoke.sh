@@ -66,6 +66,13 @@ done <<TABLE
 1|cannot read "$work/nothing": No such file|--replay $work/nothing
 TABLE
 
+# --help: the redacted names packed into lines of at most 79 columns.
+help=$(timeout 10 "$devserver" --help)
+grep -q '^  AUTHENTICATION, LOCAL_AUTH_KEY, Authorization,' <<<"$help" &&
+  grep -q ' X-Amz-Security-Token\.$' <<<"$help" &&
+  [ -z "$(sed -n '/^Redacted/,$p' <<<"$help" | awk 'length > 79')" ] ||
+  fail "devserver --help: $help"
+
 # A request held by a hang leaves the others answered.
 "$request" --port "$port" --user u --password pw /hang x >/dev/null 2>&1 &
 hung=$!
