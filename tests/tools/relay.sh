@@ -5,8 +5,8 @@
 # lines free of every secret (given by files and the environment), the same
 # page from a replaying devserver, replay's matching order as a table, whole
 # files after a recorder is killed mid-write, recorders sharing a directory,
-# no directory from a failed start, redaction as a table, and 502 for an
-# unreachable upstream.
+# no directory from a failed start, redaction as a table, the lines a relay
+# passes on, and 502 for an unreachable upstream.
 # From the recording, velmora-gen --infer writes the service's schema, and
 # a program calling the inferred operation, compiled with COMPILE..., gets
 # the same page from the replaying devserver.
@@ -235,6 +235,22 @@ TABLE
 start unredacted --replay "$work/red" --redact SID "${accounts[@]}"
 "$request" --port "$port" "${as_u[@]}" '/r?TOKEN=t&key=shown&Sid=s&access_token&sig=' '{}' |
   grep -qF '"answer": 42' || fail "a redacted path was not replayed"
+
+# ---- What a relay passes on: the client's lines, none libcurl would add ----
+start inner --record "$work/inner"
+inner=$port
+start outer --upstream "127.0.0.1:$inner"
+# curl's header options | a line the upstream must see | one it must not
+while IFS='|' read -r headers seen unseen; do
+  eval "curl -s -d '{}' $headers \"http://127.0.0.1:$port/r\"" >/dev/null
+  file=$work/inner/$(ls "$work/inner" | tail -n 1)
+  grep -qF -- "$seen" "$file" && ! grep -qiF -- "$unseen" "$file" || fail "$headers: $(cat "$file")"
+done <<'TABLE'
+-H 'Accept:' -H 'Content-Type:'|"Host"|"Accept"
+-H 'Accept:' -H 'Content-Type:'|"Content-Length" : "2"|"Content-Type"
+-H 'Accept: a/b' -H 'Content-Type:'|"Accept" : "a/b"|"Expect"
+-H 'Accept:' -H 'X-Empty;'|"X-Empty" : ""|"*/*"
+TABLE
 
 # ---- Recorders sharing a directory -------------------------------------------
 # The first removes what a stopped recorder left aside (a running one's stays);
