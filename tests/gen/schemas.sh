@@ -142,8 +142,14 @@ done <<TABLE
 {"a":1}|[1,]|velmora-gen: warning: skipped $work/rec/000001.json: no recording and no typed valuevelmora-gen: warning: skipped $work/rec/000002.json: not JSON: Line 1, Column 4 Syntax error: value, object or array expected.velmora-gen: warning: nothing to infer from: no recording and no typed value in the input{"records":{}}
 TABLE
 # A named input that cannot be read fails with the reason.
-status=0
-"$gen" --infer "$work/missing.json" 2>"$work/err" || status=$?
-[ "$status" = 2 ] && [ "$(cat "$work/err")" = "velmora-gen: $work/missing.json: cannot be read: No such file or directory" ] ||
-  { echo "FAIL: missing: exit $status, $(cat "$work/err")"; failed=1; }
+while IFS='|' read -r args reason; do
+  status=0
+  eval "\"\$gen\" $args" 2>"$work/err" >/dev/null || status=$?
+  [ "$status" = 2 ] && [ "$(cat "$work/err")" = "velmora-gen: ${args##* }: cannot be read: $reason" ] ||
+    { echo "FAIL: $args: exit $status, $(cat "$work/err")"; failed=1; }
+done <<TABLE
+--infer $work/missing.json|No such file or directory
+$work/missing.json|No such file or directory
+$work|it is a directory
+TABLE
 exit $failed

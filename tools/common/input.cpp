@@ -16,16 +16,7 @@ struct FileCloser {
   }
 };
 
-} // namespace
-
-bool read_input(const char *name, std::string *text, std::string *why) {
-  bool is_stdin = strcmp(name, "-") == 0;
-  int fd = is_stdin ? STDIN_FILENO : open(name, O_RDONLY | O_CLOEXEC);
-  if (fd < 0 || (is_stdin && fcntl(fd, F_GETFD) < 0)) {
-    *why = is_stdin ? "standard input is closed" : strerror(errno);
-    return false;
-  }
-  std::unique_ptr<int, FileCloser> guard(is_stdin ? nullptr : &fd);
+bool read_all(int fd, std::string *text, std::string *why) {
   struct stat status;
   if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
     *why = "it is a directory";
@@ -38,6 +29,28 @@ bool read_input(const char *name, std::string *text, std::string *why) {
   if (n < 0)
     *why = strerror(errno);
   return n == 0;
+}
+
+} // namespace
+
+bool read_file(const std::string &name, std::string *text, std::string *why) {
+  int fd = open(name.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    *why = strerror(errno);
+    return false;
+  }
+  std::unique_ptr<int, FileCloser> guard(&fd);
+  return read_all(fd, text, why);
+}
+
+bool read_input(const char *name, std::string *text, std::string *why) {
+  if (strcmp(name, "-") != 0)
+    return read_file(name, text, why);
+  if (fcntl(STDIN_FILENO, F_GETFD) < 0) {
+    *why = "standard input is closed";
+    return false;
+  }
+  return read_all(STDIN_FILENO, text, why);
 }
 
 bool read_secret(const char *name, std::string *secret, std::string *why) {

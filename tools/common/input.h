@@ -8,8 +8,11 @@
 
 namespace velmora_tools {
 
-/* All of file `name` ("-": standard input) appended to `text`; false with
- * the reason in `why`. A closed standard input and a directory are
+/* All of file `name` appended to `text`; false with the reason
+ * (strerror's, or "it is a directory") in `why`. */
+bool read_file(const std::string &name, std::string *text, std::string *why);
+
+/* read_file, or all of standard input for "-". A closed standard input is
  * refused rather than read as empty. */
 bool read_input(const char *name, std::string *text, std::string *why);
 

@@ -1,9 +1,7 @@
 #include "common/json_text.h"
 
 #include <cctype>
-#include <fstream>
 #include <memory>
-#include <sstream>
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -61,15 +59,6 @@ std::string one_line(const Json::Value &value) {
   Json::StreamWriterBuilder writer;
   writer["indentation"] = "";
   return Json::writeString(writer, value);
-}
-
-bool read_file(const std::string &name, std::string *text) {
-  std::ifstream file(name, std::ios::binary);
-  std::ostringstream content;
-  if (!file || !(content << file.rdbuf()))
-    return false;
-  *text = content.str();
-  return true;
 }
 
 } // namespace velmora_tools

@@ -29,9 +29,6 @@ bool parse_json(std::string_view text, Strictness strictness,
 /* The value as JSON text on one line, without spaces. */
 std::string one_line(const Json::Value &value);
 
-/* The file's bytes; false when it cannot be read, or is empty. */
-bool read_file(const std::string &name, std::string *text);
-
 } // namespace velmora_tools
 
 #endif

@@ -9,6 +9,7 @@
 
 #include <json/writer.h>
 
+#include "common/input.h"
 #include "common/json_text.h"
 #include "common/redaction.h"
 
@@ -221,9 +222,10 @@ bool read_recording(const std::string &name, Recorded *recorded,
                     std::string *why) {
   std::string text;
   Json::Value file;
-  errno = 0;
-  if (!read_file(name, &text)) {
-    *why = errno != 0 ? strerror(errno) : "empty";
+  if (!read_file(name, &text, why))
+    return false;
+  if (text.empty()) {
+    *why = "empty";
     return false;
   }
   if (!parse_json(text, Strictness::strict_any_root, &file, why)) {

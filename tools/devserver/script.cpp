@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "common/input.h"
 #include "devserver.h"
 
 namespace devserver {
@@ -53,10 +54,10 @@ bool add_route(Script &script, const std::string &argument, std::string *why) {
     *why = "--route takes PATH=FILE, PATH starting with \"/\"";
     return false;
   }
-  std::string name = argument.substr(equals + 1), text;
+  std::string name = argument.substr(equals + 1), text, reason;
   Json::Value value;
-  if (!velmora_tools::read_file(name, &text)) {
-    *why = "cannot read \"" + name + "\"";
+  if (!velmora_tools::read_file(name, &text, &reason)) {
+    *why = "cannot read \"" + name + "\": " + reason;
     return false;
   }
   if (!velmora_tools::parse_json(text, velmora_tools::Strictness::lenient,

@@ -1,12 +1,8 @@
 #include "json_order.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <memory>
-#include <sstream>
 
+#include "common/input.h"
 #include "common/json_text.h"
 
 namespace velmora_gen {
@@ -23,19 +19,11 @@ std::vector<std::string> ordered_members(const Json::Value &object) {
 
 bool read_text_file(const std::string &path, std::string *text,
                     std::string *error) {
-  errno = 0;
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream all;
-  if (in)
-    all << in.rdbuf();
-  if (!in || in.bad()) {
-    *error = path + ": cannot be read";
-    if (errno != 0)
-      *error += std::string(": ") + strerror(errno);
-    return false;
-  }
-  *text = all.str();
-  return true;
+  std::string why;
+  if (velmora_tools::read_file(path, text, &why))
+    return true;
+  *error = path + ": cannot be read: " + why;
+  return false;
 }
 
 bool parse_json_text(const std::string &path, const std::string &text,
