@@ -6,12 +6,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <velmora/version.h>
 
+#include "common/input.h"
 #include "infer.h"
 #include "names.h"
 #include "parts.h"
@@ -119,10 +119,8 @@ bool make_directory(const std::string &path) {
 /* Written only when its text changed, so that the file keeps its time
  * and builds do not compile it again. */
 bool write_file(const std::string &path, const std::string &text) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream was;
-  was << in.rdbuf();
-  if (in && was.str() == text)
+  std::string was, why;
+  if (velmora_tools::read_file(path, &was, &why) && was == text)
     return true;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << text;
