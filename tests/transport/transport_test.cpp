@@ -265,7 +265,7 @@ TEST(SendRequest, HandsLibcurlTheOptionTable) {
   } calls[] = {{"u", nullptr, 0, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"},
                {"u", "tok", 0, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"},
                {nullptr, "tok", 0, "LOCAL_AUTH_KEY|Expect|"},
-               {"u", nullptr, 1, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"}};
+               {"u", nullptr, 2, "Date|AUTHENTICATION|LOCAL_AUTH_KEY|Expect|"}};
   const std::string body("{\0}", 3);
   for (const auto &c : calls) {
     LoopbackServer server({ok});
@@ -288,7 +288,7 @@ TEST(SendRequest, HandsLibcurlTheOptionTable) {
                   " WRITEDATA=p2 HEADERFUNCTION=p1 HEADERDATA=p3 POST=1" +
                   " POSTFIELDS=body POSTFIELDSIZE=3" +
                   (c.verbose ? " VERBOSE=1" : ""));
-    ASSERT_EQ(options_set.size(), 12u + c.verbose);
+    ASSERT_EQ(options_set.size(), c.verbose ? 13u : 12u);
     /* The one write function appends to the string it is given. */
     const auto append =
         reinterpret_cast<curl_write_callback>(options_set[7].pointer);
