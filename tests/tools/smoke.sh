@@ -15,7 +15,7 @@ trap 'kill $server $second 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
 "$devserver" --port 0 --clock-offset 3600 --user u --password pw \
-  --fault /stale:auth-error=1 --fault /hang:hang --request-timeout 4 >"$work/port" 2>"$work/log" &
+  --fault /stale:auth-error=1 --fault /once:auth-error=1,first=1 --fault /hang:hang --request-timeout 4 >"$work/port" 2>"$work/log" &
 server=$!
 for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$work/port")
@@ -48,6 +48,8 @@ done <<'TABLE'
 67|refused the credentials (401, auth_error 2)|--user nobody --password pw /echo x
 67|it was not signed; give --user with --password or --token|/echo x
 67|a proxy that puts its own Date:|--user u --password pw /stale x
+67|refused the credentials (401, auth_error 2): the date was not the cause|--user u --password wrong /once x
+67|--user was given without a secret; give --password, --password-file|--user u /echo x
 TABLE
 grep -q '^POST /echo u 401 auth_error 1' "$work/log" &&
   grep -q '^POST /echo u 401 auth_error 2: wrong signature' "$work/log" &&
