@@ -127,6 +127,9 @@ done <<'TABLE'
 413 application/json|-H 'Transfer-Encoding: chunked' --data-binary @"$work/8m.1"
 431 |-d x -H "X-Big: $(head -c $((32 << 10)) /dev/zero | tr '\0' a)"
 TABLE
+# A refusal of the devserver's own carries its Date: as every answer does.
+curl -s -o /dev/null -D "$work/head" -F x=y "http://127.0.0.1:$port/echo"
+grep -q '^HTTP/1.1 415 ' "$work/head" && grep -q '^Date: ' "$work/head" || fail "multipart: $(cat "$work/head")"
 
 # 600 clients (more than a pool of 512 workers would hold) trickle their
 # heads, a byte a second each; a signed call is still answered at once.
