@@ -24,10 +24,12 @@ while IFS='|' read -r schema message; do
 done <<'TABLE'
 {"records": |not JSON: Line 1, Column 13 Syntax error: value, object or array expected.
 []|the schema must be a JSON object
-{"records": {"Item": {"id": "Lng"}}}|record Item, field id: unknown type "Lng": did you mean "Long"?
-{"records": {"Item": {"id": "List<string>"}}}|record Item, field id: unknown type "List<string>": did you mean "Unicode"?
-{"records": {"Item": {"id": "item"}}}|record Item, field id: unknown type "item": did you mean "Item"?
-{"records": {"Item": {"id": "List<Item"}}}|record Item, field id: unknown type "List<Item"
+{"records": {"Item": {"id": "Lnog"}}}|record Item, field id: unknown type "Lnog": did you mean "Long"?
+{"records": {"Item": {"id": "String"}}}|record Item, field id: unknown type "String": did you mean "Unicode"?
+{"records": {"Item": {"id": "Dict<long>"}}}|record Item, field id: unknown type "Dict<long>": did you mean "Dict<Long>"?
+{"records": {"Item": {"id": "List<List<item>>"}}}|record Item, field id: unknown type "List<List<item>>": did you mean "List<List<Item>>"?
+{"records": {"Item": {"id": "List<map>"}}}|record Item, field id: unknown type "List<map>": did you mean "List<Dict<T>>"?
+{"records": {"Item": {"id": "List<Item"}}}|record Item, field id: unknown type "List<Item": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 {"records": {"Item": {"id": 5}}}|record Item, field id: the type must be a string
 {"records": {"": {}}}|record : a name must not be empty
 {"records": {"Item": {"": "Long"}}}|record Item, field : a name must not be empty
@@ -49,7 +51,7 @@ done <<'TABLE'
 {"records": {"Item": {}}, "operations": {"Item_new": {"path": "/x"}}}|operation Item_new: "Item_new" is taken by a record or a call
 {"records": {"Item": {}}, "operations": {"ls": {"path": "/x", "arguments": {"q": "ListInfo"}, "result": "ResultSet<Item>"}, "ls_each": {"path": "/y"}}}|operation ls, its walk of pages: "ls_each" is taken by a record or a call
 {"operations": {"get": {"path": "/x", "arguments": {"a": {"type": "Long", "c_name": "context"}}}}}|operation get, argument a: c_name "context" is not free
-{"operations": {"get": {"path": "/x", "arguments": {"a": "Part"}}}}|operation get, arguments, field a: unknown type "Part": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
+{"operations": {"get": {"path": "/x", "arguments": {"a": "Id"}}}}|operation get, arguments, field a: unknown type "Id": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE
 
 # A schema of 60 records gets one source file per 30 (--parts N: N), a

@@ -15,7 +15,7 @@ trap 'kill $server $second 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; cat "$work/log"; exit 1; }
 
 "$devserver" --port 0 --clock-offset 3600 --user u --password pw \
-  --fault /stale:auth-error=1 --fault /hang:hang --request-timeout 4 >"$work/port" 2>"$work/log" &
+  --fault /stale:auth-error=1 --fault /once:auth-error=1,first=1 --fault /hang:hang --request-timeout 4 >"$work/port" 2>"$work/log" &
 server=$!
 for _ in $(seq 200); do [ -s "$work/port" ] && break; sleep 0.05; done
 port=$(head -n 1 "$work/port")
@@ -48,6 +48,8 @@ done <<'TABLE'
 67|refused the credentials (401, auth_error 2)|--user nobody --password pw /echo x
 67|it was not signed; give --user with --password or --token|/echo x
 67|a proxy that puts its own Date:|--user u --password pw /stale x
+67|refused the credentials (401, auth_error 2): the date was not the cause|--user u --password wrong /once x
+67|--user was given without a secret; give --password, --password-file|--user u /echo x
 TABLE
 grep -q '^POST /echo u 401 auth_error 1' "$work/log" &&
   grep -q '^POST /echo u 401 auth_error 2: wrong signature' "$work/log" &&
@@ -125,6 +127,9 @@ done <<'TABLE'
 413 application/json|-H 'Transfer-Encoding: chunked' --data-binary @"$work/8m.1"
 431 |-d x -H "X-Big: $(head -c $((32 << 10)) /dev/zero | tr '\0' a)"
 TABLE
+# A refusal of the devserver's own carries its Date: as every answer does.
+curl -s -o /dev/null -D "$work/head" -F x=y "http://127.0.0.1:$port/echo"
+grep -q '^HTTP/1.1 415 ' "$work/head" && grep -q '^Date: ' "$work/head" || fail "multipart: $(cat "$work/head")"
 
 # 600 clients (more than a pool of 512 workers would hold) trickle their
 # heads, a byte a second each; a signed call is still answered at once.

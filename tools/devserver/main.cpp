@@ -129,8 +129,13 @@ void handle(const Config &config, State &state, const Request &req,
   note = Note();
   /* Numbered as they arrive, whenever their answers are ready. */
   long number = config.record_dir.empty() ? 0 : state.next_recording++;
-  if (req.get_header_value("Content-Type").rfind("multipart/form-data", 0) == 0)
-    return answer_error(res, 415, "multipart bodies are not served");
+  const std::string type = req.get_header_value("Content-Type");
+  /* Every answer carries the server's date, refusals of this server's own
+   * included, as servers send it. */
+  if (type.rfind("multipart/form-data", 0) == 0) {
+    answer_error(res, 415, "multipart bodies are not served");
+    return stamp_date(config, res);
+  }
   try {
     serve(config, state, req, body, res);
     stamp_date(config, res);
@@ -138,6 +143,7 @@ void handle(const Config &config, State &state, const Request &req,
       record(config, state, number, req, body, res);
   } catch (const std::exception &e) {
     answer_error(res, 500, std::string("internal error: ") + e.what());
+    stamp_date(config, res);
   }
 }
 

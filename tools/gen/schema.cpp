@@ -84,14 +84,9 @@ bool SchemaReader::type_ok(const std::string &where, const Json::Value &text,
                            Type *type) {
   if (!text.isString())
     return fail(where, "the type must be a string");
-  if (!parse_type(text.asString(), type))
-    return fail(where, "unknown type \"" + shown(text.asString()) + "\"");
-  const Type *leaf = type;
-  while (!leaf->element.empty())
-    leaf = &leaf->element[0];
-  if (!known(*type))
+  if (!parse_type(text.asString(), type) || !known(*type))
     return fail(where, "unknown type \"" + shown(text.asString()) +
-                           "\": " + type_hint(leaf->name, records_));
+                           "\": " + type_hint(text.asString(), records_));
   return true;
 }
 

@@ -61,11 +61,27 @@ TypeInfo base_info(const std::string &name) {
 
 /* The library's types under the names other schemas give them. */
 const std::pair<const char *, const char *> aliases[] = {
-    {"string", "Unicode"}, {"str", "Unicode"},    {"text", "Unicode"},
-    {"int", "Integer"},    {"int32", "Integer"},  {"int64", "Long"},
-    {"uint64", "ULong"},   {"bool", "Boolean"},   {"float", "Double"},
-    {"number", "Double"},  {"timestamp", "Time"}, {"datetime", "Time"},
-    {"bytes", "Blob"},     {"binary", "Blob"},    {"ip_address", "IP"}};
+    {"string", "Unicode"},
+    {"str", "Unicode"},
+    {"text", "Unicode"},
+    {"int", "Integer"},
+    {"int32", "Integer"},
+    {"int64", "Long"},
+    {"uint64", "ULong"},
+    {"bool", "Boolean"},
+    {"float", "Double"},
+    {"number", "Double"},
+    {"timestamp", "Time"},
+    {"datetime", "Time"},
+    {"bytes", "Blob"},
+    {"binary", "Blob"},
+    {"ip_address", "IP"},
+    {"map", "Dict<T>"},
+    {"object", "Dict<T>"},
+    {"dict", "Dict<T>"},
+    {"array", "List<T>"},
+    {"list", "List<T>"},
+    {"resultset", "ResultSet<T>"}};
 
 std::string folded(std::string text) {
   for (char &c : text)
@@ -91,11 +107,13 @@ size_t distance(const std::string &a, const std::string &b) {
   return d[a.size()][b.size()];
 }
 
-/* The one name at the fewest edits, at most two, from `name`, case aside. */
+/* The one name at the fewest edits from `name`, case aside. A short name
+ * is a few edits from many others ("Id" is one from "IP"), so fewer than
+ * half its letters may change, and never more than two. */
 std::string nearest(const std::string &name,
                     const std::vector<std::string> &names) {
   std::string best;
-  size_t fewest = 3;
+  size_t fewest = std::min<size_t>(3, (name.size() + 1) / 2);
   bool tie = false;
   for (const std::string &candidate : names) {
     size_t edits = distance(folded(name), folded(candidate));
@@ -106,22 +124,34 @@ std::string nearest(const std::string &name,
   return tie ? "" : best;
 }
 
-} // namespace
-
-std::string type_hint(const std::string &name,
-                      const std::set<std::string> &records) {
-  std::vector<std::string> names(records.begin(), records.end());
-  std::string all;
-  for (const BaseType &base : base_types) {
-    names.emplace_back(base.name);
-    all += std::string(base.name) + ", ";
-  }
+/* The type meant by the unknown name `name`; "" when none stands out. */
+std::string meant(const std::string &name,
+                  const std::set<std::string> &records) {
   for (const auto &[alias, type] : aliases)
     if (folded(name) == alias)
-      return "did you mean \"" + std::string(type) + "\"?";
-  std::string best = nearest(name, names);
-  if (!best.empty())
-    return "did you mean \"" + best + "\"?";
+      return type;
+  std::vector<std::string> names(records.begin(), records.end());
+  for (const BaseType &base : base_types)
+    names.emplace_back(base.name);
+  return nearest(name, names);
+}
+
+} // namespace
+
+std::string type_hint(const std::string &text,
+                      const std::set<std::string> &records) {
+  Type type;
+  if (parse_type(text, &type)) {
+    Type *leaf = &type;
+    while (!leaf->element.empty())
+      leaf = &leaf->element[0];
+    leaf->name = meant(leaf->name, records);
+    if (!leaf->name.empty())
+      return "did you mean \"" + type_text(type) + "\"?";
+  }
+  std::string all;
+  for (const BaseType &base : base_types)
+    all += std::string(base.name) + ", ";
   return "a type is one of " + all +
          "List<T>, Dict<T>, ResultSet<T> or a record of the schema";
 }

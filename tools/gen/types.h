@@ -35,11 +35,12 @@ struct BaseType {
 /* The library's base type `name`; null for any other name. */
 const BaseType *base_type(const std::string &name);
 
-/* What to write instead of the unknown type `name`, for its message: the
- * nearest of the base types and `records` (a name of another language's
- * schemas, another case, or a slip of a letter or two), or else the list
- * of every type. */
-std::string type_hint(const std::string &name,
+/* What to write instead of the unknown type `text`, for its message: the
+ * whole type with its innermost name replaced by the nearest of the base
+ * types and `records` (a name of another language's schemas, another case,
+ * or a slip of a letter or two), or else, as for a text that is no type,
+ * the list of every type. */
+std::string type_hint(const std::string &text,
                       const std::set<std::string> &records);
 
 struct TypeInfo {

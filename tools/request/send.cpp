@@ -45,21 +45,35 @@ bool breaks_line(const std::optional<std::string> &text) {
   return text && text->find_first_of("\r\n") != std::string::npos;
 }
 
-/* A 401 by what can be known of its cause: who signed, whether the date
- * passed, and the service's auth_error. */
+/* Without one the library signs with the empty password's digest. */
+bool has_secret(const Options &o) {
+  return o.password || !o.password_hash.empty() || o.token;
+}
+
+/* A 401 by what can be known of its cause: who signed, with what, whether
+ * the date passed, and the service's auth_error. Only the last reply's
+ * auth_error tells the cause: after a re-synchronisation it may name
+ * another one than the date. */
 void report_refusal(const Options &o, const char *where, bool resynchronised) {
-  if (resynchronised)
+  bool date_refused = auth_error.empty() || auth_error == "1";
+  if (o.user == nullptr || *o.user == '\0')
+    fprintf(stderr,
+            "velmora-request: %s refused the request (401): it was not "
+            "signed; give --user with --password or --token\n",
+            where);
+  else if (resynchronised && date_refused)
     fprintf(stderr,
             "velmora-request: %s refused the request (401) even after the "
             "clock was re-synchronised from its Date:; a proxy that puts "
             "its own Date: in place of the service's is a likely cause\n",
             where);
-  else if (o.user == nullptr || *o.user == '\0')
+  else if (!has_secret(o))
     fprintf(stderr,
-            "velmora-request: %s refused the request (401): it was not "
-            "signed; give --user with --password or --token\n",
+            "velmora-request: %s refused the request (401): --user was "
+            "given without a secret; give --password, --password-file, "
+            "--password-hash, --token or --token-file\n",
             where);
-  else if (!auth_error.empty() && auth_error != "1")
+  else if (!date_refused)
     fprintf(stderr,
             "velmora-request: %s refused the credentials (401, auth_error "
             "%s): the date was not the cause; check --user, the password or "
