@@ -158,20 +158,26 @@ done <"$work/called"
 mkdir "$work/order"
 # number|path|request member|status|reply member
 while IFS='|' read -r number path asked status answer; do
-  printf '{"recording": 1, "method": "POST", "path": "%s", "request_headers": {},
+  printf '{"recording": 1, "method": "POST", "path": %s, "request_headers": {},
   %s, "status": %s, %s}\n' "$path" "$asked" "$status" "$answer" >"$work/order/$number.json"
 done <<'TABLE'
-000001|/a|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
-000002|/a|"request": {"n": 2}, "n\u006fte": "a key with an escape"|200|"reply": {"r": "two"}
-000003|/a|"request": {"n": 1}|401|"reply": {"r": "refused"}
-000004|/b|"request_text": "x"|200|"reply_text": "bee"
-000005|/b|"request_text": "y"|200|"reply_omitted": 9000000
-000006|/c|"request": {}|401|"reply": {"r": "refused"}
+000001|"/a"|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
+000002|"/a"|"request": {"n": 2}, "n\u006fte": "a key with an escape"|200|"reply": {"r": "two"}
+000003|"/a"|"request": {"n": 1}|401|"reply": {"r": "refused"}
+000004|"/b"|"request_text": "x"|200|"reply_text": "bee"
+000005|"/b"|"request_text": "y"|200|"reply_omitted": 9000000
+000006|"/c"|"request": {}|401|"reply": {"r": "refused"}
+000008|null|"request": {}|200|"reply": {}
+000009|"/e"|"request": {}|null|"reply": {}
+000010|"/e"|"request": {}|"200"|"reply": {}
+000011|"/e"|"request": {}|200|"answer": {}
 TABLE
 echo nope >"$work/order/000007.json"
 start order --replay "$work/order" "${accounts[@]}"
 for skipped in "000003.json skipped: status 401: only 200" \
-  "000005.json skipped: its reply was too large" "000007.json skipped: not JSON"; do
+  "000005.json skipped: its reply was too large" "000007.json skipped: not JSON" \
+  "000008.json skipped: no path" "000009.json skipped: no status" \
+  "000010.json skipped: its status is no number" "000011.json skipped: no reply"; do
   grep -qF "$skipped" "$work/order.log" || fail "no \"$skipped\": $(cat "$work/order.log")"
 done
 # exit status | expected output | path and body

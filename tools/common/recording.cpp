@@ -154,8 +154,27 @@ Body read_body(const Json::Value &file, std::string_view text,
   } else if (text_member.isString()) {
     body.form = Body::Form::text;
     body.text = text_member.asString();
+  } else if (file.isMember(name + member::omitted)) {
+    body.form = Body::Form::omitted;
   }
   return body;
+}
+
+/* An HTTP status is three digits; anything else recorded there is no
+ * status, told apart from none. */
+int read_status(const Json::Value &status) {
+  if (status.isNull())
+    return 0;
+  bool digits =
+      status.isInt() && status.asInt() >= 100 && status.asInt() <= 999;
+  return digits ? status.asInt() : -1;
+}
+
+/* Why a parsed file is no recording, for read_recorded's false. */
+std::string not_recorded(const Json::Value &file) {
+  if (!file.isObject() || !file[member::marker].isNumeric())
+    return "no recording (an object marked \"recording\")";
+  return file[member::path].isNull() ? "no path" : "its path is no string";
 }
 
 } // namespace
@@ -210,10 +229,9 @@ bool read_recorded(const Json::Value &file, std::string_view text,
   if (!file.isObject() || !file[member::marker].isNumeric() ||
       !file[member::path].isString())
     return false;
-  const Json::Value &status = file[member::status];
   recorded->path = file[member::path].asString();
   recorded->request = read_body(file, text, member::request);
-  recorded->status = status.isInt() ? status.asInt() : 0;
+  recorded->status = read_status(file[member::status]);
   recorded->reply = read_body(file, text, member::reply);
   return true;
 }
@@ -234,7 +252,7 @@ bool read_recording(const std::string &name, Recorded *recorded,
   }
   if (read_recorded(file, text, recorded))
     return true;
-  *why = "no recording (an object marked \"recording\", with a path)";
+  *why = not_recorded(file);
   return false;
 }
 
