@@ -102,16 +102,30 @@ bool write_synced(const std::string &name, const std::string &text) {
   return fclose(file) == 0 && ok;
 }
 
-/* link() fails with EEXIST on a name another writer holds, where rename()
- * would replace its file: each number goes to one exchange. */
+/* Gives `aside` the name `whole` unless a file holds it (EEXIST), where
+ * rename() would replace that file: each number goes to one exchange.
+ * link() where the filesystem has hard links; else (vfat, exfat) a rename
+ * that never replaces, as atomic. */
+int place(const char *aside, const char *whole) {
+  if (link(aside, whole) == 0)
+    return 0;
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS)
+    return -1;
+  if (renameat2(AT_FDCWD, aside, AT_FDCWD, whole, RENAME_NOREPLACE) == 0)
+    return 0;
+  if (errno == EINVAL) /* the filesystem has no such rename either */
+    errno = EOPNOTSUPP;
+  return -1;
+}
+
 bool claim(const std::string &dir, const std::string &aside, long *number,
            std::string *why) {
   for (; *number <= last_recording; ++*number) {
     std::string whole = dir + "/" + recording_name(*number);
-    if (link(aside.c_str(), whole.c_str()) == 0)
+    if (place(aside.c_str(), whole.c_str()) == 0)
       return true;
     if (errno != EEXIST) {
-      *why = strerror(errno);
+      *why = "cannot name " + whole + ": " + strerror(errno);
       return false;
     }
   }
