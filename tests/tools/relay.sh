@@ -233,8 +233,8 @@ while IFS='|' read -r path headers text; do
   grep -qF -- "$text" "$file" && ! grep -q 'sec-' "$file" || fail "$path $headers: $(cat "$file")"
 done <<'TABLE'
 /r|-H 'X-Api-Key: sec-1'|"X-Api-Key" : "(removed)"
-/r|-H 'x-auth-token: sec-2' -H 'X-Team-Pass: sec-3'|"X-Team-Pass" : "(removed)"
-/r?a=1&api_key=sec-4&b=%41||"path": "/r?a=1&api_key=(removed)&b=%41"
+/r|-H 'x-auth-token: sec-2' -H 'X-Team-Pass: sec-3' -H 'Private-Token: sec-7'|"X-Team-Pass" : "(removed)"
+/r?a=1&api_key=sec-4&b=%41&session_id=sec-8||"path": "/r?a=1&api_key=(removed)&b=%41&session_id=(removed)"
 /r?TOKEN=sec-5&key=shown&Sid=sec-6&access_token&sig=||"path": "/r?TOKEN=(removed)&key=shown&Sid=(removed)&access_token&sig=(removed)"
 TABLE
 # A route's answer is recorded, and replayed for a path redacted alike.
