@@ -269,7 +269,7 @@ for i in 1 2 3; do
   start "shared$i" --record "$work/shared" "${accounts[@]}"
   ports+=("$port")
 done
-grep -qx "velmora-devserver: removed 1 unfinished files stopped recorders left in $work/shared" \
+grep -qx "velmora-devserver: removed 1 unfinished file stopped recorders left in $work/shared" \
   "$work/shared1.log" && ! grep -q removed "$work/shared2.log" || fail "leftovers: $(ls -A "$work/shared")"
 calls=()
 for i in $(seq 60); do
