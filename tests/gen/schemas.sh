@@ -118,14 +118,14 @@ status=0
   [ "$(cat "$work/err")" = "velmora-gen: record Item, field name: seen as Unicode and as Integer" ] ||
   { echo "FAIL: conflict: exit $status, $(cat "$work/err")"; failed=1; }
 
-# Recordings: two exchanges in a directory, and the schema inferred from
+# Recordings: two exchanges (or none) in a directory, and the schema inferred from
 # them (white space dropped) or the conflict reported.
 long='{"__type__":"Long","__value__":"1"}'
 item='{"__type__":"Item","__properties__":{"id":'$long'}}'
 while IFS='|' read -r first second expected; do
   rm -rf "$work/rec" && mkdir "$work/rec"
-  printf '%s' "$first" >"$work/rec/000001.json"
-  printf '%s' "$second" >"$work/rec/000002.json"
+  [ -z "$first" ] || printf '%s' "$first" >"$work/rec/000001.json"
+  [ -z "$second" ] || printf '%s' "$second" >"$work/rec/000002.json"
   status=0
   "$gen" --infer "$work/rec" >"$work/out" 2>&1 || status=$?
   got=$(tr -d ' \n' <"$work/out")
@@ -141,6 +141,9 @@ done <<TABLE
 {"recording":1,"path":"/Item_new","status":200,"reply":{"result":$item}}|{"recording":1,"path":"/item/getId","request":{"x":"a"},"status":200,"reply":{"result":$long}}|{"records":{"Item":{"id":"Long"}},"operations":{"Item_new_2":{"path":"/Item_new","arguments":{},"result":"Item"},"item_getId_2":{"path":"/item/getId","arguments":{"x":"Unicode"},"result":"Long"}}}
 {"result":{"__type__":"Part","__properties__":{"x":1}}}|{"recording":1,"path":"/p","request":{"info":{"__type__":"ListInfo","__properties__":{}}},"status":200,"reply":{"result":{"__type__":"Part","__properties__":{"x":"s"}}}}|velmora-gen: record Part, field x: seen as Integer and as Unicode
 {"recording":1,"path":"/n","request":{"big":3000000000},"status":200,"reply":{"result":{"__type__":"I","__properties__":{"n":1}}}}|{"recording":1,"path":"/n","status":200,"reply":{"result":{"__type__":"I","__properties__":{"n":2.5}}}}|velmora-gen: operation n, argument big: 3000000000 is no Integer (a bare number is a 32-bit integer)velmora-gen: record I, field n: 2.5 is no Integer (a bare number is a 32-bit integer)
+{"recording":1,"path":"/r","status":200,"reply":{"result":1}}|{"recording":1,"path":"/r","status":200,"reply":{"result":2.5}}|velmora-gen: operation r, result: 2.5 is no Integer (a bare number is a 32-bit integer)
+{"recording":1,"path":"/r","status":200,"reply":{"result":3000000000}}|{"recording":1,"path":"/s","status":200,"reply":{"n":2.5,"more":true}}|velmora-gen: operation r, result: 3000000000 is no Integer (a bare number is a 32-bit integer)
+||velmora-gen: warning: nothing to infer from: no recording and no typed value in the input{"records":{}}
 {"a":1}|[1,]|velmora-gen: warning: skipped $work/rec/000001.json: no recording and no typed valuevelmora-gen: warning: skipped $work/rec/000002.json: not JSON: Line 1, Column 4 Syntax error: value, object or array expected.velmora-gen: warning: nothing to infer from: no recording and no typed value in the input{"records":{}}
 TABLE
 # A named input that cannot be read fails with the reason.

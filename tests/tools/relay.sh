@@ -158,20 +158,26 @@ done <"$work/called"
 mkdir "$work/order"
 # number|path|request member|status|reply member
 while IFS='|' read -r number path asked status answer; do
-  printf '{"recording": 1, "method": "POST", "path": "%s", "request_headers": {},
+  printf '{"recording": 1, "method": "POST", "path": %s, "request_headers": {},
   %s, "status": %s, %s}\n' "$path" "$asked" "$status" "$answer" >"$work/order/$number.json"
 done <<'TABLE'
-000001|/a|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
-000002|/a|"request": {"n": 2}, "n\u006fte": "a key with an escape"|200|"reply": {"r": "two"}
-000003|/a|"request": {"n": 1}|401|"reply": {"r": "refused"}
-000004|/b|"request_text": "x"|200|"reply_text": "bee"
-000005|/b|"request_text": "y"|200|"reply_omitted": 9000000
-000006|/c|"request": {}|401|"reply": {"r": "refused"}
+000001|"/a"|"request": {"n": 1}|200|"reply": {"r": "one", "n": 123456789012345678901234}
+000002|"/a"|"request": {"n": 2}, "n\u006fte": "a key with an escape"|200|"reply": {"r": "two"}
+000003|"/a"|"request": {"n": 1}|401|"reply": {"r": "refused"}
+000004|"/b"|"request_text": "x"|200|"reply_text": "bee"
+000005|"/b"|"request_text": "y"|200|"reply_omitted": 9000000
+000006|"/c"|"request": {}|401|"reply": {"r": "refused"}
+000008|null|"request": {}|200|"reply": {}
+000009|"/e"|"request": {}|null|"reply": {}
+000010|"/e"|"request": {}|"200"|"reply": {}
+000011|"/e"|"request": {}|200|"answer": {}
 TABLE
 echo nope >"$work/order/000007.json"
 start order --replay "$work/order" "${accounts[@]}"
 for skipped in "000003.json skipped: status 401: only 200" \
-  "000005.json skipped: its reply was too large" "000007.json skipped: not JSON"; do
+  "000005.json skipped: its reply was too large" "000007.json skipped: not JSON" \
+  "000008.json skipped: no path" "000009.json skipped: no status" \
+  "000010.json skipped: its status is no number" "000011.json skipped: no reply"; do
   grep -qF "$skipped" "$work/order.log" || fail "no \"$skipped\": $(cat "$work/order.log")"
 done
 # exit status | expected output | path and body
@@ -227,8 +233,8 @@ while IFS='|' read -r path headers text; do
   grep -qF -- "$text" "$file" && ! grep -q 'sec-' "$file" || fail "$path $headers: $(cat "$file")"
 done <<'TABLE'
 /r|-H 'X-Api-Key: sec-1'|"X-Api-Key" : "(removed)"
-/r|-H 'x-auth-token: sec-2' -H 'X-Team-Pass: sec-3'|"X-Team-Pass" : "(removed)"
-/r?a=1&api_key=sec-4&b=%41||"path": "/r?a=1&api_key=(removed)&b=%41"
+/r|-H 'x-auth-token: sec-2' -H 'X-Team-Pass: sec-3' -H 'Private-Token: sec-7'|"X-Team-Pass" : "(removed)"
+/r?a=1&api_key=sec-4&b=%41&session_id=sec-8||"path": "/r?a=1&api_key=(removed)&b=%41&session_id=(removed)"
 /r?TOKEN=sec-5&key=shown&Sid=sec-6&access_token&sig=||"path": "/r?TOKEN=(removed)&key=shown&Sid=(removed)&access_token&sig=(removed)"
 TABLE
 # A route's answer is recorded, and replayed for a path redacted alike.
@@ -263,7 +269,7 @@ for i in 1 2 3; do
   start "shared$i" --record "$work/shared" "${accounts[@]}"
   ports+=("$port")
 done
-grep -qx "velmora-devserver: removed 1 unfinished files stopped recorders left in $work/shared" \
+grep -qx "velmora-devserver: removed 1 unfinished file stopped recorders left in $work/shared" \
   "$work/shared1.log" && ! grep -q removed "$work/shared2.log" || fail "leftovers: $(ls -A "$work/shared")"
 calls=()
 for i in $(seq 60); do

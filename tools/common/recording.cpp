@@ -102,16 +102,30 @@ bool write_synced(const std::string &name, const std::string &text) {
   return fclose(file) == 0 && ok;
 }
 
-/* link() fails with EEXIST on a name another writer holds, where rename()
- * would replace its file: each number goes to one exchange. */
+/* Gives `aside` the name `whole` unless a file holds it (EEXIST), where
+ * rename() would replace that file: each number goes to one exchange.
+ * link() where the filesystem has hard links; else (vfat, exfat) a rename
+ * that never replaces, as atomic. */
+int place(const char *aside, const char *whole) {
+  if (link(aside, whole) == 0)
+    return 0;
+  if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS)
+    return -1;
+  if (renameat2(AT_FDCWD, aside, AT_FDCWD, whole, RENAME_NOREPLACE) == 0)
+    return 0;
+  if (errno == EINVAL) /* the filesystem has no such rename either */
+    errno = EOPNOTSUPP;
+  return -1;
+}
+
 bool claim(const std::string &dir, const std::string &aside, long *number,
            std::string *why) {
   for (; *number <= last_recording; ++*number) {
     std::string whole = dir + "/" + recording_name(*number);
-    if (link(aside.c_str(), whole.c_str()) == 0)
+    if (place(aside.c_str(), whole.c_str()) == 0)
       return true;
     if (errno != EEXIST) {
-      *why = strerror(errno);
+      *why = "cannot name " + whole + ": " + strerror(errno);
       return false;
     }
   }
@@ -154,8 +168,27 @@ Body read_body(const Json::Value &file, std::string_view text,
   } else if (text_member.isString()) {
     body.form = Body::Form::text;
     body.text = text_member.asString();
+  } else if (file.isMember(name + member::omitted)) {
+    body.form = Body::Form::omitted;
   }
   return body;
+}
+
+/* An HTTP status is three digits; anything else recorded there is no
+ * status, told apart from none. */
+int read_status(const Json::Value &status) {
+  if (status.isNull())
+    return 0;
+  bool digits =
+      status.isInt() && status.asInt() >= 100 && status.asInt() <= 999;
+  return digits ? status.asInt() : -1;
+}
+
+/* Why a parsed file is no recording, for read_recorded's false. */
+std::string not_recorded(const Json::Value &file) {
+  if (!file.isObject() || !file[member::marker].isNumeric())
+    return "no recording (an object marked \"recording\")";
+  return file[member::path].isNull() ? "no path" : "its path is no string";
 }
 
 } // namespace
@@ -210,10 +243,9 @@ bool read_recorded(const Json::Value &file, std::string_view text,
   if (!file.isObject() || !file[member::marker].isNumeric() ||
       !file[member::path].isString())
     return false;
-  const Json::Value &status = file[member::status];
   recorded->path = file[member::path].asString();
   recorded->request = read_body(file, text, member::request);
-  recorded->status = status.isInt() ? status.asInt() : 0;
+  recorded->status = read_status(file[member::status]);
   recorded->reply = read_body(file, text, member::reply);
   return true;
 }
@@ -234,7 +266,7 @@ bool read_recording(const std::string &name, Recorded *recorded,
   }
   if (read_recorded(file, text, recorded))
     return true;
-  *why = "no recording (an object marked \"recording\", with a path)";
+  *why = not_recorded(file);
   return false;
 }
 

@@ -52,8 +52,9 @@ bool write_recording(const std::string &dir, long *number,
 
 /* A body as a recording holds it. */
 struct Body {
-  /* none: not recorded, or over the limit (its size alone is there) */
-  enum class Form { none, json, text } form = Form::none;
+  /* missing: no member for it; omitted: over the limit, its size alone
+   * is there */
+  enum class Form { missing, omitted, json, text } form = Form::missing;
   Json::Value json; /* json: the body; null otherwise */
   /* text: the body; json: its bytes as the file holds them, when the
    * file's text was given */
@@ -65,7 +66,9 @@ struct Body {
 struct Recorded {
   std::string path;
   Body request;
-  int status = 0; /* 0 when there is none */
+  /* 0 when there is none (or null); -1 when it is no status, such as a
+   * string "200" */
+  int status = 0;
   Body reply;
 };
 

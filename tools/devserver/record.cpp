@@ -45,9 +45,9 @@ bool open_recording(const Config &config, State *state, std::string *why) {
   }
   if (removed > 0)
     fprintf(stderr,
-            "velmora-devserver: removed %ld unfinished files stopped "
+            "velmora-devserver: removed %ld unfinished %s stopped "
             "recorders left in %s\n",
-            removed, dir.c_str());
+            removed, removed == 1 ? "file" : "files", dir.c_str());
   state->next_recording = highest + 1;
   return true;
 }

@@ -12,16 +12,26 @@ namespace {
 
 using Form = velmora_tools::Body::Form;
 
-/* Why an exchange is not replayed; empty when it is. Only answers are
- * replayed: a refusal belongs to the date and signature of its time, and
- * this server checks those itself. */
+/* Why an exchange is not replayed; empty when it is. A file lacking a
+ * member is told from one too large to record, so a hand-edited fixture
+ * is named for what it misses. Only answers are replayed: a refusal
+ * belongs to the date and signature of its time, and this server checks
+ * those itself. */
 std::string unplayable(const velmora_tools::Recorded &file) {
+  if (file.status == 0)
+    return "no status";
+  if (file.status < 0)
+    return "its status is no number from 100 to 999";
+  if (file.request.form == Form::missing)
+    return "no request";
+  if (file.reply.form == Form::missing)
+    return "no reply";
   if (file.status != 200)
     return "status " + std::to_string(file.status) +
            ": only 200 answers are replayed";
-  if (file.request.form == Form::none)
+  if (file.request.form == Form::omitted)
     return "its request was too large to record";
-  if (file.reply.form == Form::none)
+  if (file.reply.form == Form::omitted)
     return "its reply was too large to record";
   return "";
 }

@@ -35,6 +35,10 @@ public:
   /* The type of a value; "" when it does not tell (null, plain numbers
    * and objects without "__type__", whose members are still searched). */
   std::string type_of(const Json::Value &value);
+  /* Reports each bare number in `value` no Integer holds, as the type of
+   * what stands at `where` ("record Item, field n"); a record's fields
+   * are reported where it is read. */
+  void bare_numbers(const std::string &where, const Json::Value &value);
   void recording(const velmora_tools::Recorded &exchange);
   /* The file's envelopes; false when it holds no recording and no typed
    * value. */
@@ -56,9 +60,6 @@ private:
   std::string calls_text() const;
   std::vector<Seen> records_;
   std::vector<Call> calls_;
-  /* Where the value type_of reads stands ("record Item, field n"), when
-   * its type makes a field's, an argument's or a result's. */
-  std::string where_;
   bool typed_ = false;
 };
 
@@ -77,8 +78,6 @@ std::string Inferrer::type_of(const Json::Value &value) {
     return "Boolean";
   if (value.isInt())
     return "Integer";
-  if (value.isNumeric() && !where_.empty())
-    conflicts += where_ + ": " + bare_number(value) + "\n";
   const Json::Value &type = value.isObject() ? value["__type__"] : value;
   if (!value.isObject() || !type.isString()) {
     if (value.isObject() || value.isArray())
@@ -94,6 +93,19 @@ std::string Inferrer::type_of(const Json::Value &value) {
       name != "ListInfo")
     record(name, value["__properties__"]);
   return name;
+}
+
+void Inferrer::bare_numbers(const std::string &where,
+                            const Json::Value &value) {
+  if (value.isNumeric() && !value.isInt())
+    conflicts += where + ": " + bare_number(value) + "\n";
+  const Json::Value &type = value.isObject() ? value["__type__"] : value;
+  std::string name = type.isString() ? type.asString() : "";
+  if (name == "List" || name == "Dict" || name == "ResultSet")
+    bare_numbers(where, value["__elements__"]);
+  else if (value.isArray() || (value.isObject() && !type.isString()))
+    for (const Json::Value &member : value)
+      bare_numbers(where, member);
 }
 
 std::string Inferrer::container(const std::string &name,
@@ -117,13 +129,12 @@ void Inferrer::record(const std::string &name, const Json::Value &properties) {
     at++;
   if (at == records_.size())
     records_.push_back({name, {}});
-  const std::string outer = where_;
+  const std::string where = "record " + name + ", field ";
   for (const std::string &field : ordered_members(properties)) {
-    where_ = "record " + name + ", field " + field;
     std::string type = type_of(properties[field]);
-    note("record " + name + ", field ", records_[at].fields, field, type);
+    bare_numbers(where + field, properties[field]);
+    note(where, records_[at].fields, field, type);
   }
-  where_ = outer;
 }
 
 /* The arguments are the request's members; the result is read from a 200
@@ -131,14 +142,13 @@ void Inferrer::record(const std::string &name, const Json::Value &properties) {
 void Inferrer::recording(const velmora_tools::Recorded &exchange) {
   Call &call = call_of(exchange.path);
   const Json::Value &request = exchange.request.json;
+  const std::string where = "operation " + call.name + ", argument ";
   if (request.isObject())
     for (const std::string &name : ordered_members(request)) {
-      where_ = "operation " + call.name + ", argument " + name;
       std::string type = type_of(request[name]);
-      note("operation " + call.name + ", argument ", call.arguments, name,
-           type);
+      bare_numbers(where + name, request[name]);
+      note(where, call.arguments, name, type);
     }
-  where_.clear();
   const Json::Value &body = exchange.reply.json;
   if (exchange.status == 200 && body.isObject())
     reply(call, body);
@@ -148,20 +158,26 @@ void Inferrer::recording(const velmora_tools::Recorded &exchange) {
  * else its first member whose type shows. */
 void Inferrer::reply(Call &call, const Json::Value &body) {
   std::string member, type;
+  size_t members = 0;
   for (const std::string &name : ordered_members(body)) {
     if (name.empty())
       continue;
+    members++;
     std::string seen = type_of(body[name]);
     bool better = member.empty() || (member != "result" && name == "result") ||
                   (type.empty() && member != "result" && !seen.empty());
     if (better)
       member = name, type = seen;
   }
+  const std::string where = "operation " + call.name + ", result";
+  /* Chosen by its name or as the only one, the member is the result
+   * whatever it holds; a first member that shows no type is not. */
+  if (members == 1 || member == "result" || !type.empty())
+    bare_numbers(where, body[member]);
   if (type.empty())
     return;
-  const std::string where = "operation " + call.name + ", ";
-  agree(where + "result_member", call.result_member, member);
-  agree(where + "result", call.result, type);
+  agree(where + "_member", call.result_member, member);
+  agree(where, call.result, type);
 }
 
 /* A path's operation, named by the naming rule; a name an earlier path
