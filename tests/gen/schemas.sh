@@ -63,6 +63,18 @@ for args in "|big.cpp big.h big_2.cpp" "--parts 1|big.cpp big.h" "--parts 3|big.
   [ "$(cd "$work/big" && echo *)" = "${args#*|}" ] && [ "$(stat -c '%n %y' "$work"/big/*)" = "$before" ] ||
     { echo "FAIL: big $args: $(ls "$work/big")"; failed=1; }
 done
+# Fewer files remove velmora-gen's own of a larger count, not another's;
+# another schema is not written over a part. The name is of the length at
+# which only a part's banner wraps before it.
+base=the_name_whose_banner_wraps_only_in_a_part
+cp "$work/big.json" "$work/$base.json" && printf '{}' >"$work/${base}_2.json"
+"$gen" --parts 3 --output-dir "$work/long" "$work/$base.json"
+echo "int mine;" >"$work/long/${base}_4.cpp"
+"$gen" --output-dir "$work/long" "$work/$base.json"
+status=0
+"$gen" --output-dir "$work/long" "$work/${base}_2.json" 2>/dev/null || status=$?
+[ "$status" = 1 ] && [ "$(cd "$work/long" && echo *)" = "$base.cpp $base.h ${base}_2.cpp ${base}_4.cpp" ] ||
+  { echo "FAIL: stale or taken files: $status, $(ls "$work/long")"; failed=1; }
 # The suite's parts.json as three files, each with records calling the others'.
 "$gen" --parts 3 --output-dir "$work/parts" "$(dirname "$0")/parts.json"
 for f in parts parts_2 parts_3; do

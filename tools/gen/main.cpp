@@ -131,6 +131,50 @@ bool write_file(const std::string &path, const std::string &text) {
   return false;
 }
 
+/* Refuses to write over a source file velmora-gen did not write for
+ * `base`: a file of several is another schema's only one when their names
+ * meet (api.json's api_2.cpp, api_2.json's api_2.cpp). */
+bool sources_free(const std::string &dir, const std::string &base,
+                  size_t count) {
+  for (size_t i = 0; i < count; i++) {
+    std::string path = dir + velmora_gen::part_file(base, i), text, why;
+    if (!velmora_tools::read_file(path, &text, &why) ||
+        velmora_gen::source_of(text, base))
+      continue;
+    fprintf(stderr,
+            "velmora-gen: %s was not written from %s.json, so it stays: "
+            "give one of the schemas another --name\n",
+            path.c_str(), base.c_str());
+    return false;
+  }
+  return true;
+}
+
+/* Removes the files of several past `count` that an earlier run wrote
+ * for `base`: left, they would be built with the new ones and define
+ * their records twice. Only velmora-gen's own go. */
+bool remove_stale(const std::string &dir, const std::string &base,
+                  size_t count) {
+  std::error_code error;
+  std::vector<std::string> stale;
+  for (const auto &entry : std::filesystem::directory_iterator(dir, error)) {
+    std::string name = entry.path().filename().string(), text, why;
+    if (velmora_gen::part_number(name, base) > count &&
+        velmora_tools::read_file(dir + name, &text, &why) &&
+        velmora_gen::source_of(text, base))
+      stale.push_back(dir + name);
+  }
+  for (const std::string &path : stale) {
+    std::filesystem::remove(path, error);
+    if (error) {
+      fprintf(stderr, "velmora-gen: cannot remove %s: %s\n", path.c_str(),
+              error.message().c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 /* The schema in `file`, read, checked and named; false with one line
  * naming the file in `error`. */
 bool read_named(const std::string &file, velmora_gen::Schema *schema,
@@ -161,13 +205,14 @@ int generate(const Options &options) {
       options.parts != 0 ? options.parts : velmora_gen::default_parts(schema);
   std::vector<std::string> sources =
       velmora_gen::source_texts(schema, names, catalog, base, parts);
-  if (!write_file(dir + base + ".h",
+  if (!sources_free(dir, base, parts) ||
+      !write_file(dir + base + ".h",
                   velmora_gen::header_text(schema, names, catalog, base)))
     return 1;
   for (size_t i = 0; i < sources.size(); i++)
     if (!write_file(dir + velmora_gen::part_file(base, i), sources[i]))
       return 1;
-  return 0;
+  return remove_stale(dir, base, parts) ? 0 : 1;
 }
 
 /* Each line of `lines` on standard error, after the program's name. */

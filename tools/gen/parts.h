@@ -36,6 +36,17 @@ std::vector<Part> split_schema(const Schema &schema, const Catalog &catalog,
 /* The file of part `index` (from 0): BASE.cpp, BASE_2.cpp, ... */
 std::string part_file(const std::string &base, size_t index);
 
+/* K for BASE_K.cpp (K from 2), else 0. */
+size_t part_number(const std::string &file, const std::string &base);
+
+/* The comment a source file of `base` opens with: file `index` of `count`
+ * (count 1: the only one). */
+std::string source_banner(const std::string &base, size_t index, size_t count);
+
+/* `text` opens with the banner of a source file of `base`, of any part and
+ * count, however wrapped: a file velmora-gen wrote for `base`. */
+bool source_of(const std::string &text, const std::string &base);
+
 } // namespace velmora_gen
 
 #endif
