@@ -21,23 +21,32 @@
 
 namespace {
 
-/* The usage, with the records a file of several holds by default. */
+/* The usage, with the weights a file of several holds by default. */
 std::string usage_text() {
-  std::string per = std::to_string(velmora_gen::records_per_part);
+  using velmora_gen::operation_weight, velmora_gen::record_weight;
   return "usage: velmora-gen [--output-dir DIR] [--name BASE] [--parts N] "
          "SCHEMA.json\n"
          "       velmora-gen --infer FILE|DIR...\n"
          "       velmora-gen --help | --version\n"
          "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
-         "(default: ., made when missing). A schema of more than " +
-         per + " records\ngets its source as several files, one per " + per +
-         " records: BASE.cpp,\n"
-         "BASE_2.cpp, ... BASE_N.cpp, to compile together, in parallel and\n"
-         "each in bounded memory, with the one BASE.h; --parts N asks for N\n"
-         "files (1: one file, however big). Each record and operation goes to\n"
-         "the file its name's hash picks, so that a change to one rewrites\n"
-         "that file alone; a file whose text is unchanged is not written\n"
-         "again. A field's type is one of Long, ULong,\n"
+         "(default: ., made when missing). A big schema gets its source as\n"
+         "several files, BASE.cpp, BASE_2.cpp, ... BASE_N.cpp, to compile\n"
+         "together, in parallel and each in bounded memory, with the one "
+         "BASE.h:\na file per " +
+         std::to_string(velmora_gen::part_weight) +
+         " of weight (a record weighs " + std::to_string(record_weight) +
+         ", a field 1, an operation\n" + std::to_string(operation_weight) +
+         ": about 30 records of 20 fields with an operation each), at most "
+         "one\nper record and operation. Each record and operation goes to "
+         "the file\nits name's hash picks, so a file weighs up to about half "
+         "again the\naverage, and a change to one rewrites its file and "
+         "BASE.h (a change to\nthe count deals them all again). --parts N "
+         "asks for N files (1: one\nfile, however big; files about as "
+         "many as the records and operations\nleave some empty). A file "
+         "whose text is unchanged is not written again;\nfiles of a larger "
+         "count before are removed; a source file not written\nfrom BASE is "
+         "left as it is (exit 1). "
+         "A field's type is one of Long, ULong,\n"
          "Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob,\n"
          "Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of "
          "the\n"
