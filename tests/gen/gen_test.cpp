@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
+#include "devserver_process.h"
 #include "everything.h"
 #include "failing_malloc.h"
 #include "parts.h"
@@ -233,7 +234,8 @@ TEST(Generated, EveryAllocationFailingInTurnGivesNullOrNoChange) {
                {"null", json});
 }
 
-/* One record of each file, each holding records of the other two. */
+/* One record of each file, each holding records of the other two; and a
+ * call of the first file sending and reading a record of another. */
 TEST(GeneratedParts, EachFileReadsWritesAndCopiesRecordsOfTheOthers) {
   const std::string address = R"({"__type__": "Address", "__properties__": {
       "street": "Elm", "ip": {"__type__": "IP", "__value__": "192.0.2.3"}}})";
@@ -288,6 +290,17 @@ TEST(GeneratedParts, EachFileReadsWritesAndCopiesRecordsOfTheOthers) {
   EXPECT_STREQ(
       address_getStreet(customer_getHome(order_getCustomer(read.get()))),
       "Elm");
+  DevserverProcess server(VELMORA_DEVSERVER,
+                          {"--user", "u", "--password", "p"});
+  std::unique_ptr<client_context_s, void (*)(client_context_s *)> context(
+      client_context_new(), client_context_free);
+  client_context_set_port(context.get(), server.port());
+  client_context_set_user(context.get(), "u");
+  client_context_set_password(context.get(), "p");
+  Order *echoed = nullptr;
+  ASSERT_EQ(order_get(context.get(), read.get(), &echoed), 0);
+  EXPECT_EQ(written(cases[1].ops, echoed),
+            written(cases[1].ops, read.release()));
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 # exist yet; then --infer
 # on recorded exchanges: operations, their names, and conflicts. Big
 # schemas as several files.
-# Usage: schemas.sh VELMORA_GEN
+# Usage: schemas.sh VELMORA_GEN CMAKE VELMORA_GENERATE_CMAKE
 set -euo pipefail
 gen=$1
 work=$(mktemp -d)
@@ -54,10 +54,33 @@ done <<'TABLE'
 {"operations": {"get": {"path": "/x", "arguments": {"a": "Id"}}}}|operation get, arguments, field a: unknown type "Id": a type is one of Long, ULong, Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob, Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of the schema
 TABLE
 
-# A schema of 60 records gets one source file per 30 (--parts N: N), a
-# second run rewrites nothing, and a count that is not one is refused.
-records=$(for i in $(seq 60); do printf '"R%d": {"next": "R%d"},' "$i" $((i % 60 + 1)); done)
-printf '{"records": {%s}}' "${records%,}" >"$work/big.json"
+# Big schemas: R records of F fields (as {"fields": ...} when W is 1,
+# under names CMake lists would cut) and O operations make as many source
+# files as velmora_generate counts (a file per 2000 of weight: a record
+# 40, a field 1, an operation 6; at most one a record and operation).
+printf 'include(%s)\n_velmora_generate_parts(${SCHEMA} n)\nmessage(NOTICE ${n})' "$3" >"$work/count.cmake"
+while read -r r f o w files; do
+  awk -v r="$r" -v f="$f" -v o="$o" -v w="$w" 'BEGIN { printf "{\"records\": {"
+    for (i = 0; i < r; i++) {
+      printf "%s\"R%d;\\\"[\": {%s", i ? "," : "", i, w ? "\"doc\": \"\", \"fields\": {" : ""
+      for (j = 0; j < f; j++) printf "%s\"f%d\": \"Long\"", j ? "," : "", j
+      printf w ? "}}" : "}" }
+    printf "}, \"operations\": {"; for (i = 0; i < o; i++) printf "%s\"op%d\": {\"path\": \"/x\"}", i ? "," : "", i
+    printf "}}" }' >"$work/big.json"
+  rm -rf "$work/big" && "$gen" --output-dir "$work/big" "$work/big.json"
+  got="$(ls "$work/big"/*.cpp | wc -l) $("$2" -DSCHEMA="$work/big.json" -P "$work/count.cmake" 2>&1)"
+  [ "$got" = "$files $files" ] || { echo "FAIL: big $r $f $o $w: $got"; failed=1; }
+done <<'TABLE'
+48 1 0 0 1
+0 0 333 0 1
+0 0 334 0 2
+1 2001 0 0 1
+2 1000 0 1 2
+49 1 0 0 2
+TABLE
+[[ $("$2" -DSCHEMA="$work/none.json" -P "$work/count.cmake" 2>&1 || true) == *"not there yet: its source is one file (PARTS n splits it)"$'\n'1 ]] ||
+  { echo "FAIL: a schema not there yet"; failed=1; }
+# The last, 49 records: a second run rewrites nothing, --parts N writes N files.
 for args in "|big.cpp big.h big_2.cpp" "--parts 1|big.cpp big.h" "--parts 3|big.cpp big.h big_2.cpp big_3.cpp"; do
   rm -rf "$work/big" && "$gen" ${args%|*} --output-dir "$work/big" "$work/big.json"
   before=$(stat -c '%n %y' "$work"/big/*)
@@ -65,6 +88,18 @@ for args in "|big.cpp big.h big_2.cpp" "--parts 1|big.cpp big.h" "--parts 3|big.
   [ "$(cd "$work/big" && echo *)" = "${args#*|}" ] && [ "$(stat -c '%n %y' "$work"/big/*)" = "$before" ] ||
     { echo "FAIL: big $args: $(ls "$work/big")"; failed=1; }
 done
+# Fewer files remove velmora-gen's own of a larger count, not another's;
+# another schema is not written over a part. The name is of the length at
+# which only a part's banner wraps before it.
+base=the_name_whose_banner_wraps_only_in_a_part
+cp "$work/big.json" "$work/$base.json" && printf '{}' >"$work/${base}_2.json"
+"$gen" --parts 3 --output-dir "$work/long" "$work/$base.json"
+echo "int mine;" >"$work/long/${base}_4.cpp"
+"$gen" --output-dir "$work/long" "$work/$base.json"
+status=0
+"$gen" --output-dir "$work/long" "$work/${base}_2.json" 2>/dev/null || status=$?
+[ "$status" = 1 ] && [ "$(cd "$work/long" && echo *)" = "$base.cpp $base.h ${base}_2.cpp ${base}_4.cpp" ] ||
+  { echo "FAIL: stale or taken files: $status, $(ls "$work/long")"; failed=1; }
 # The suite's parts.json as three files, each with records calling the others'.
 "$gen" --parts 3 --output-dir "$work/parts" "$(dirname "$0")/parts.json"
 for f in parts parts_2 parts_3; do

@@ -21,23 +21,32 @@
 
 namespace {
 
-/* The usage, with the records a file of several holds by default. */
+/* The usage, with the weights a file of several holds by default. */
 std::string usage_text() {
-  std::string per = std::to_string(velmora_gen::records_per_part);
+  using velmora_gen::operation_weight, velmora_gen::record_weight;
   return "usage: velmora-gen [--output-dir DIR] [--name BASE] [--parts N] "
          "SCHEMA.json\n"
          "       velmora-gen --infer FILE|DIR...\n"
          "       velmora-gen --help | --version\n"
          "Writes BASE.h and BASE.cpp (BASE: the schema file's name) into DIR\n"
-         "(default: ., made when missing). A schema of more than " +
-         per + " records\ngets its source as several files, one per " + per +
-         " records: BASE.cpp,\n"
-         "BASE_2.cpp, ... BASE_N.cpp, to compile together, in parallel and\n"
-         "each in bounded memory, with the one BASE.h; --parts N asks for N\n"
-         "files (1: one file, however big). Each record and operation goes to\n"
-         "the file its name's hash picks, so that a change to one rewrites\n"
-         "that file alone; a file whose text is unchanged is not written\n"
-         "again. A field's type is one of Long, ULong,\n"
+         "(default: ., made when missing). A big schema gets its source as\n"
+         "several files, BASE.cpp, BASE_2.cpp, ... BASE_N.cpp, to compile\n"
+         "together, in parallel and each in bounded memory, with the one "
+         "BASE.h:\na file per " +
+         std::to_string(velmora_gen::part_weight) +
+         " of weight (a record weighs " + std::to_string(record_weight) +
+         ", a field 1, an operation\n" + std::to_string(operation_weight) +
+         ": about 30 records of 20 fields with an operation each), at most "
+         "one\nper record and operation. Each record and operation goes to "
+         "the file\nits name's hash picks, so a file weighs up to about half "
+         "again the\naverage, and a change to one rewrites its file and "
+         "BASE.h (a change to\nthe count deals them all again). --parts N "
+         "asks for N files (1: one\nfile, however big; files about as "
+         "many as the records and operations\nleave some empty). A file "
+         "whose text is unchanged is not written again;\nfiles of a larger "
+         "count before are removed; a source file not written\nfrom BASE is "
+         "left as it is (exit 1). "
+         "A field's type is one of Long, ULong,\n"
          "Double, Time, Date, Integer, Boolean, Unicode, IP, Ciphered, Blob,\n"
          "Ordering, ListInfo, List<T>, Dict<T>, ResultSet<T> or a record of "
          "the\n"
@@ -131,6 +140,50 @@ bool write_file(const std::string &path, const std::string &text) {
   return false;
 }
 
+/* Refuses to write over a source file velmora-gen did not write for
+ * `base`: a file of several is another schema's only one when their names
+ * meet (api.json's api_2.cpp, api_2.json's api_2.cpp). */
+bool sources_free(const std::string &dir, const std::string &base,
+                  size_t count) {
+  for (size_t i = 0; i < count; i++) {
+    std::string path = dir + velmora_gen::part_file(base, i), text, why;
+    if (!velmora_tools::read_file(path, &text, &why) ||
+        velmora_gen::source_of(text, base))
+      continue;
+    fprintf(stderr,
+            "velmora-gen: %s was not written from %s.json, so it stays: "
+            "give one of the schemas another --name\n",
+            path.c_str(), base.c_str());
+    return false;
+  }
+  return true;
+}
+
+/* Removes the files of several past `count` that an earlier run wrote
+ * for `base`: left, they would be built with the new ones and define
+ * their records twice. Only velmora-gen's own go. */
+bool remove_stale(const std::string &dir, const std::string &base,
+                  size_t count) {
+  std::error_code error;
+  std::vector<std::string> stale;
+  for (const auto &entry : std::filesystem::directory_iterator(dir, error)) {
+    std::string name = entry.path().filename().string(), text, why;
+    if (velmora_gen::part_number(name, base) > count &&
+        velmora_tools::read_file(dir + name, &text, &why) &&
+        velmora_gen::source_of(text, base))
+      stale.push_back(dir + name);
+  }
+  for (const std::string &path : stale) {
+    std::filesystem::remove(path, error);
+    if (error) {
+      fprintf(stderr, "velmora-gen: cannot remove %s: %s\n", path.c_str(),
+              error.message().c_str());
+      return false;
+    }
+  }
+  return true;
+}
+
 /* The schema in `file`, read, checked and named; false with one line
  * naming the file in `error`. */
 bool read_named(const std::string &file, velmora_gen::Schema *schema,
@@ -161,13 +214,14 @@ int generate(const Options &options) {
       options.parts != 0 ? options.parts : velmora_gen::default_parts(schema);
   std::vector<std::string> sources =
       velmora_gen::source_texts(schema, names, catalog, base, parts);
-  if (!write_file(dir + base + ".h",
+  if (!sources_free(dir, base, parts) ||
+      !write_file(dir + base + ".h",
                   velmora_gen::header_text(schema, names, catalog, base)))
     return 1;
   for (size_t i = 0; i < sources.size(); i++)
     if (!write_file(dir + velmora_gen::part_file(base, i), sources[i]))
       return 1;
-  return 0;
+  return remove_stale(dir, base, parts) ? 0 : 1;
 }
 
 /* Each line of `lines` on standard error, after the program's name. */
