@@ -1,7 +1,6 @@
 /* velmora-devserver's command line: its usage text and the options read
  * into a Config. */
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
@@ -323,20 +322,6 @@ bool limit_option(const char *argument, Config *config) {
 }
 
 } // namespace
-
-bool parse_number(const std::string &text, long low, long high, long *value,
-                  std::string *rest) {
-  char *end;
-  errno = 0;
-  long v = strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || (rest == nullptr && *end != '\0') ||
-      v < low || v > high)
-    return false;
-  *value = v;
-  if (rest != nullptr)
-    *rest = end;
-  return true;
-}
 
 int parse_options(int argc, char **argv, Config *config) {
   Account *account = nullptr;
