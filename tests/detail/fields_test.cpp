@@ -19,10 +19,13 @@ namespace {
 
 using namespace velmora::detail;
 
+/* The fields as "id|address|name", "-" for one absent; the number is asked
+ * for without a place to store it too. */
 std::string shown(const Flat *r) {
-  int64_t id = 0;
+  int64_t id = 0, *nowhere = nullptr;
   const char *address = cell_text(r->address);
-  return (get_number(r->id, &id) == 1 ? std::to_string(id) : "-") + "|" +
+  const int32_t got = get_number(r->id, &id) + get_number(r->id, nowhere);
+  return (got == 2 ? std::to_string(id) : "-") + "|" +
          (address == nullptr ? "-" : address) + "|" +
          (r->name == nullptr ? "-" : r->name);
 }
@@ -52,8 +55,6 @@ TEST(Fields, SetOrClearedOrLeftWholeWhenTheCopyFails) {
       const bool failed =
           with_failing_malloc(n, [&] { set(r.get(), which, value); }) >= n;
       EXPECT_EQ(shown(r.get()), failed ? "1|192.0.2.1|n" : after) << after;
-      EXPECT_EQ(get_number(r->id, static_cast<int64_t *>(nullptr)),
-                r->id == nullptr ? 0 : 1);
       if (!failed)
         break;
     }
@@ -62,9 +63,8 @@ TEST(Fields, SetOrClearedOrLeftWholeWhenTheCopyFails) {
 TEST(Fields, UnknownMembersAreKeptApartAndCopied) {
   const std::pair<const char *, const char *> rows[] = {
       {R"({"id": 1, "name": null})", "null"},
-      {R"({"x": [2], "id": 1, "": 0, "idx": 3})",
-       R"({"x": [2], "": 0, "idx": 3})"},
-      {"[1]", "null"}};
+      {"[1]", "null"},
+      {R"({"id": 1, "": [0], "idx": 3})", R"({"": [0], "idx": 3})"}};
   for (const auto &[text, kept] : rows) {
     Json::Value properties, expected, *unknown = nullptr, *copy = nullptr;
     std::istringstream(text) >> properties;
