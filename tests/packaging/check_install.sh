@@ -47,7 +47,8 @@ echo "== find_package"
 cmake_build "$consumer" "$work/cmake" "$prefix"
 grep -q "package version $version\$" "$work/configure.log" || die "the CMake package is not version $version"
 "$work/cmake/consumer"
-# velmora_generate with the installed generator and text_reader.h.
+# velmora_generate with the installed generator, its code built on the
+# installed generated.h.
 if [ "$tools" = ON ]; then
   "$work/cmake/notes"
 fi

@@ -1,6 +1,7 @@
 #include "common/input.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
@@ -60,6 +61,20 @@ bool read_secret(const char *name, std::string *secret, std::string *why) {
     return false;
   }
   *secret = text.substr(0, text.find_first_of("\r\n"));
+  return true;
+}
+
+bool parse_number(const std::string &text, long low, long high, long *value,
+                  std::string *rest) {
+  char *end;
+  errno = 0;
+  long v = strtol(text.c_str(), &end, 10);
+  if (errno != 0 || end == text.c_str() || (rest == nullptr && *end != '\0') ||
+      v < low || v > high)
+    return false;
+  *value = v;
+  if (rest != nullptr)
+    *rest = end;
   return true;
 }
 

@@ -16,6 +16,7 @@
 
 #include <json/json.h>
 
+#include "common/input.h"
 #include "common/json_text.h"
 #include "common/recording.h"
 #include "common/redaction.h"
@@ -147,10 +148,8 @@ bool serve_http(const Config &config, State &state, int listener,
 
 /* Command line (options.cpp): -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config);
-/* A decimal number in [low, high]: the whole of `text`, or its start with
- * what follows in `rest` when that is given. */
-bool parse_number(const std::string &text, long low, long high, long *value,
-                  std::string *rest = nullptr);
+/* The tools' one parse of a number (common/input.h). */
+using velmora_tools::parse_number;
 
 /* Signatures and dates (auth.cpp) */
 std::string sha1_hex(const std::string &text);

@@ -1,7 +1,6 @@
 /* velmora-devserver's command line: its usage text and the options read
  * into a Config. */
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
@@ -49,7 +48,8 @@ void print_limits(FILE *stream) {
 }
 
 void usage(FILE *stream) {
-  fputs(
+  fprintf(
+      stream,
       "Usage: velmora-devserver [--port N] [--user NAME (--password-file F "
       "| --token-file F)...]...\n"
       "                         [--auth-key-file F] [--clock-offset "
@@ -108,13 +108,13 @@ void usage(FILE *stream) {
       "not.\n"
       "                       502 when the upstream cannot be reached, "
       "answers\n"
-      "                       over 64 MiB or not within 120 s\n"
+      "                       over %zu MiB or not within 120 s\n"
       "  --record DIR         write each exchange to DIR/NNNNNN.json (whole\n"
       "                       and synced; recorders may share DIR),\n"
       "                       credentials (below, and --redact's) replaced\n"
       "                       by \"(removed)\"; a body over the limit is\n"
       "                       passed on and only its size recorded\n"
-      "  --record-limit BYTES the largest body recorded (default 64 MiB)\n"
+      "  --record-limit BYTES the largest body recorded (default %zu MiB)\n"
       "  --redact NAME        redact NAME's values too, in header lines and\n"
       "                       query parameters (repeatable; give --replay\n"
       "                       the same names)\n"
@@ -135,7 +135,7 @@ void usage(FILE *stream) {
       "\n"
       "A port in use is refused.\n"
       "\n",
-      stream);
+      max_held_body >> 20, max_held_body >> 20);
   print_limits(stream);
   fputs("\nRedacted by default, in header lines and query parameters of any "
         "case:\n",
@@ -322,20 +322,6 @@ bool limit_option(const char *argument, Config *config) {
 }
 
 } // namespace
-
-bool parse_number(const std::string &text, long low, long high, long *value,
-                  std::string *rest) {
-  char *end;
-  errno = 0;
-  long v = strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || (rest == nullptr && *end != '\0') ||
-      v < low || v > high)
-    return false;
-  *value = v;
-  if (rest != nullptr)
-    *rest = end;
-  return true;
-}
 
 int parse_options(int argc, char **argv, Config *config) {
   Account *account = nullptr;

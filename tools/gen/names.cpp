@@ -139,6 +139,9 @@ bool Namer::reserved(Kind kind, const std::string &name) const {
          (helper_name(name) || functions_.count(name) != 0 || local_name(name));
 }
 
+/* Every name the generated code declares for record `c`, its compact table
+ * included although only a record of scalars has one, so that a name stays
+ * the same when a field is added. */
 std::vector<std::string> Namer::record_functions(const std::string &c) const {
   return {c,
           c + "_new",
@@ -149,6 +152,7 @@ std::vector<std::string> Namer::record_functions(const std::string &c) const {
           c + "_read",
           c + "_fast",
           c + "_fields",
+          c + "_compact",
           unknown_accessor(c)};
 }
 

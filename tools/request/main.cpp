@@ -3,12 +3,10 @@
  * way curl tries an HTTP request.
  */
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
-#include <memory>
 #include <optional>
 #include <string>
 #include <unistd.h>
@@ -17,6 +15,7 @@
 #include <velmora/velmora.h>
 
 #include "common/input.h"
+#include "common/json_text.h"
 #include "request.h"
 
 namespace velmora_request {
@@ -113,15 +112,9 @@ bool is_password_hash(const std::string &text) {
 /* Indented JSON when the text is JSON, else the text unchanged. */
 std::string pretty(const std::string &text) {
   Json::Value value;
-  std::string error;
-  std::unique_ptr<Json::CharReader> reader(
-      Json::CharReaderBuilder().newCharReader());
-  try {
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &error))
-      return text;
-  } catch (const std::exception &) {
+  if (!velmora_tools::parse_json(text, velmora_tools::Strictness::lenient,
+                                 &value))
     return text;
-  }
   Json::StreamWriterBuilder writer;
   writer["indentation"] = "  ";
   return Json::writeString(writer, value) + "\n";
@@ -129,15 +122,10 @@ std::string pretty(const std::string &text) {
 
 /* A whole decimal number in [0, high]; false after saying why not. */
 bool number(const char *what, const char *text, long high, long *value) {
-  char *end;
-  errno = 0;
-  long v = strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || v < 0 || v > high) {
-    fprintf(stderr, "velmora-request: bad %s \"%s\"\n", what, text);
-    return false;
-  }
-  *value = v;
-  return true;
+  if (velmora_tools::parse_number(text, 0, high, value))
+    return true;
+  fprintf(stderr, "velmora-request: bad %s \"%s\"\n", what, text);
+  return false;
 }
 
 /* Fills `o` from the command line; -1 to go on, else an exit code. */
