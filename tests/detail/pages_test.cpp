@@ -54,6 +54,7 @@ TEST(Pages, WalksEndWhereTheCollectionOrTheCallerSays) {
       {"no total: a short page ends", {25, -1}, 0, 10, 0, 0, 25, {0, 10, 20}},
       {"offset ignored: the total ends", {40, 40, 0, 0, 0, 0, 10}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"offsets would overflow", {INT32_MAX, -1, 0, 0, 0, 0, 10}, near_end, 10, 0, 0, 10, {near_end}},
+      {"a negative offset: one page", {40, 40}, -5, 10, 0, 0, 10, {-5}},
   };
   // clang-format on
   for (const Case &c : cases) {
