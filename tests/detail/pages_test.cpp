@@ -44,7 +44,7 @@ TEST(Pages, WalksEndWhereTheCollectionOrTheCallerSays) {
       {"exact multiple", {40, 40}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"short last page", {40, 40}, 0, 15, 0, 0, 40, {0, 15, 30}},
       {"from an offset", {40, 40}, 25, 10, 0, 0, 15, {25, 35}},
-      {"empty page before the total", {40, 50}, 0, 10, 0, 0, 40, {0, 10, 20, 30, 40}},
+      {"empty page before the total", {40, 50, 0, 0, 0, 3}, 0, 0, 0, 0, 40, {0, 40}},
       {"total shrinks mid-walk", {40, 40, 0, 2, 25}, 0, 10, 0, 0, 30, {0, 10, 20}},
       {"total grows mid-walk", {80, 40, 0, 2, 80}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"the callback stops", {40, 40}, 0, 10, 23, 0, 23, {0, 10, 20}},
