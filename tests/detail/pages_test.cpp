@@ -44,7 +44,7 @@ TEST(Pages, WalksEndWhereTheCollectionOrTheCallerSays) {
       {"exact multiple", {40, 40}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"short last page", {40, 40}, 0, 15, 0, 0, 40, {0, 15, 30}},
       {"from an offset", {40, 40}, 25, 10, 0, 0, 15, {25, 35}},
-      {"empty page before the total", {40, 50}, 0, 10, 0, 0, 40, {0, 10, 20, 30, 40}},
+      {"empty page before the total", {40, 50, 0, 0, 0, 3}, 0, 0, 0, 0, 40, {0, 40}},
       {"total shrinks mid-walk", {40, 40, 0, 2, 25}, 0, 10, 0, 0, 30, {0, 10, 20}},
       {"total grows mid-walk", {80, 40, 0, 2, 80}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"the callback stops", {40, 40}, 0, 10, 23, 0, 23, {0, 10, 20}},
@@ -54,6 +54,7 @@ TEST(Pages, WalksEndWhereTheCollectionOrTheCallerSays) {
       {"no total: a short page ends", {25, -1}, 0, 10, 0, 0, 25, {0, 10, 20}},
       {"offset ignored: the total ends", {40, 40, 0, 0, 0, 0, 10}, 0, 10, 0, 0, 40, {0, 10, 20, 30}},
       {"offsets would overflow", {INT32_MAX, -1, 0, 0, 0, 0, 10}, near_end, 10, 0, 0, 10, {near_end}},
+      {"a negative offset: one page", {40, 40}, -5, 10, 0, 0, 10, {-5}},
   };
   // clang-format on
   for (const Case &c : cases) {

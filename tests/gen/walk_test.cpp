@@ -2,6 +2,7 @@
  * catalogue and its faults: the items handed over, in order, and the code
  * a walk ends with. */
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,6 +61,17 @@ std::vector<std::string> fault(const char *fault) {
   return {"--fault", std::string("/items/list:") + fault};
 }
 
+/* Every page empty though the total is 50; a second request fails, so a
+ * walk that goes on after the empty page ends with -1, not in a loop. */
+std::vector<std::string> empty_pages() {
+  std::string path = testing::TempDir() + "velmora_walk_empty_page.json";
+  std::ofstream(path) << R"({"result": {"__type__": "ResultSet", )"
+                         R"("__sub_type__": "Item", "__elements__": [], )"
+                         R"("__total_items__": 50}})";
+  return {"--route", "/items/list=" + path, "--fault",
+          "/items/list:status=500,after=1"};
+}
+
 Context signed_context(int port) {
   Context context(client_context_new(), client_context_free);
   client_context_set_port(context.get(), port);
@@ -85,6 +97,7 @@ TEST(GeneratedWalks, HandOverEachItemOnceInOrderUntilTheEnd) {
       {"exact multiple", {}, 10, 0, 0, from_one(40)},
       {"last page short", {"--items", "47"}, 10, 0, 0, from_one(47)},
       {"limit 0: one page", {}, 0, 0, 0, from_one(40)},
+      {"limit 0: an empty page before the total", empty_pages(), 0, 0, 0, {}},
       {"the callback stops", {}, 10, 23, 0, from_one(23)},
       {"fails on page 3", fault("status=500,after=2"), 10, 0, -1, from_one(20)},
       {"date refused on page 3", fault("auth-error=1,after=2,first=1"), 10, 0, 0, from_one(40)},

@@ -1,7 +1,9 @@
 /* The demo catalogue: --items items (forty unless told) that /items/list
  * pages, filters and sorts with the library's own typed values. */
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <string_view>
 
 #include <velmora/velmora.h>
 
@@ -28,11 +30,72 @@ bool field_named(const std::string &name, Field *field) {
   return false;
 }
 
-/* Item `i` (from 0) of the catalogue: computed, never stored, so
- * that a catalogue of any size costs only the pages asked for. The first
- * forty have forty names whose id, name, address and date orders all
- * differ, so that sorting by any field is visible; later ones repeat the
- * names with a number. */
+/* The first forty items have forty names whose id, name, address and
+ * date orders all differ, so that sorting by any field is visible; later
+ * ones repeat the names with a number. */
+const char *const names[] = {
+    "agate",    "amber",    "basalt",    "beryl",    "calcite",   "chalk",
+    "cinnabar", "coral",    "diamond",   "dolomite", "emerald",   "feldspar",
+    "flint",    "garnet",   "gneiss",    "granite",  "gypsum",    "hematite",
+    "jade",     "jasper",   "kyanite",   "lapis",    "malachite", "marble",
+    "mica",     "obsidian", "olivine",   "onyx",     "opal",      "pumice",
+    "pyrite",   "quartz",   "ruby",      "sapphire", "schist",    "slate",
+    "talc",     "topaz",    "turquoise", "zircon"};
+const long named = sizeof names / sizeof names[0];
+
+/* One field of an item: its text, and for id and created its number too.
+ * Held in place (the longest, a name, takes 16 bytes), so that sorting and
+ * searching allocate nothing per item. */
+struct Value {
+  int64_t number = 0;
+  char text[32];
+  size_t length = 0;
+  std::string_view view() const {
+    return {text, length};
+  }
+  void append(std::string_view more) {
+    length += more.copy(text + length, sizeof text - length);
+  }
+  void append_number(int64_t n) {
+    length = std::to_chars(text + length, text + sizeof text, n).ptr - text;
+  }
+};
+
+/* Field `field` of item `i` (from 0): computed, never stored, so that a
+ * catalogue of any size costs only the pages asked for. */
+Value field_of(long i, Field field) {
+  Value value;
+  switch (field) {
+  case Field::id:
+    value.number = i + 1;
+    value.append_number(value.number);
+    break;
+  case Field::name:
+    value.append(names[(i * 17) % named]);
+    if (i >= named) {
+      value.append("-");
+      value.append_number(i / named);
+    }
+    break;
+  case Field::address:
+    value.append("192.0.2.");
+    value.append_number(1 + i % 4);
+    break;
+  case Field::created:
+    value.number = 1700000000 + int64_t{86400} * ((i * 13) % named) + i / named;
+    value.append_number(value.number);
+    break;
+  }
+  return value;
+}
+
+/* Orders as the field's values do: numbers as numbers, texts by bytes. */
+int compare(const Value &a, const Value &b) {
+  if (a.number != b.number)
+    return a.number < b.number ? -1 : 1;
+  return a.view().compare(b.view());
+}
+
 struct Entry {
   int64_t id;
   std::string name, address;
@@ -40,49 +103,10 @@ struct Entry {
 };
 
 Entry entry(long i) {
-  static const char *const names[] = {
-      "agate",    "amber",    "basalt",    "beryl",    "calcite",   "chalk",
-      "cinnabar", "coral",    "diamond",   "dolomite", "emerald",   "feldspar",
-      "flint",    "garnet",   "gneiss",    "granite",  "gypsum",    "hematite",
-      "jade",     "jasper",   "kyanite",   "lapis",    "malachite", "marble",
-      "mica",     "obsidian", "olivine",   "onyx",     "opal",      "pumice",
-      "pyrite",   "quartz",   "ruby",      "sapphire", "schist",    "slate",
-      "talc",     "topaz",    "turquoise", "zircon"};
-  const long named = sizeof names / sizeof names[0];
-  std::string name = names[(i * 17) % named];
-  if (i >= named)
-    name += "-" + std::to_string(i / named);
-  return {i + 1, name, "192.0.2." + std::to_string(1 + i % 4),
-          1700000000 + int64_t{86400} * ((i * 13) % named) + i / named};
-}
-
-std::string field_text(const Entry &item, Field field) {
-  switch (field) {
-  case Field::id:
-    return std::to_string(item.id);
-  case Field::name:
-    return item.name;
-  case Field::address:
-    return item.address;
-  case Field::created:
-    return std::to_string(item.created);
-  }
-  return "";
-}
-
-/* Orders as the field's values do: numbers as numbers, texts by bytes. */
-struct Key {
-  int64_t number;
-  std::string text;
-  bool operator<(const Key &other) const {
-    return number != other.number ? number < other.number : text < other.text;
-  }
-};
-
-Key key(const Entry &item, Field field) {
-  if (field == Field::id || field == Field::created)
-    return {field == Field::id ? item.id : item.created, ""};
-  return {0, field_text(item, field)};
+  return {field_of(i, Field::id).number,
+          std::string(field_of(i, Field::name).view()),
+          std::string(field_of(i, Field::address).view()),
+          field_of(i, Field::created).number};
 }
 
 using Search = std::vector<std::pair<Field, std::string>>;
@@ -108,22 +132,39 @@ bool search_of(ListInfo *info, Search *wanted, Response &res) {
   return true;
 }
 
-/* The indexes of the items whose fields equal the wanted texts. */
-std::vector<long> filter(long count, const Search &wanted) {
-  std::vector<long> found;
+/* The indexes of the items whose fields equal the wanted texts: four
+ * bytes an item, without its text. */
+std::vector<int32_t> filter(long count, const Search &wanted) {
+  std::vector<int32_t> found;
+  if (wanted.empty())
+    found.reserve(count);
   for (long i = 0; i < count; i++) {
-    Entry item = entry(i);
     bool kept = true;
     for (const auto &[field, value] : wanted)
-      kept = kept && field_text(item, field) == value;
+      kept = kept && field_of(i, field).view() == value;
     if (kept)
-      found.push_back(i);
+      found.push_back(static_cast<int32_t>(i));
   }
   return found;
 }
 
-/* False after answering 400 for an order field that items do not have. */
-bool sort(ListInfo *info, std::vector<long> *found, Response &res) {
+/* The page asked for: items [first, end) of `total`. A limit of 0, as a
+ * fresh ListInfo has, means the rest of the list. */
+struct Span {
+  long first, end;
+};
+
+Span span_of(long total, long limit, long offset) {
+  long first = std::min(total, offset);
+  return {first, limit == 0 ? total : std::min(total, first + limit)};
+}
+
+/* Puts the page's part of `found` in the order asked for, equal ones in
+ * the catalogue's order; false after answering 400 for an order field
+ * that items do not have. Keys are made as items are compared, never
+ * held, and no more is sorted than the page needs. */
+bool sort(ListInfo *info, Span span, std::vector<int32_t> *found,
+          Response &res) {
   Ordering *order = listinfo_getOrder(info);
   const char *order_by = ordering_getOrder_by(order);
   if (order_by == nullptr || *order_by == '\0')
@@ -135,15 +176,19 @@ bool sort(ListInfo *info, std::vector<long> *found, Response &res) {
     return false;
   }
   bool ascending = ordering_getAsc(order) == 1;
-  std::vector<std::pair<Key, long>> keyed;
-  for (long i : *found)
-    keyed.emplace_back(key(entry(i), field), i);
-  std::stable_sort(keyed.begin(), keyed.end(),
-                   [&](const auto &a, const auto &b) {
-                     return ascending ? a.first < b.first : b.first < a.first;
-                   });
-  for (size_t i = 0; i < keyed.size(); i++)
-    (*found)[i] = keyed[i].second;
+  auto before = [&](int32_t a, int32_t b) {
+    int c = compare(field_of(a, field), field_of(b, field));
+    return c != 0 ? (c < 0) == ascending : a < b;
+  };
+  auto first = found->begin() + span.first, end = found->begin() + span.end;
+  if (first == end)
+    return true;
+  if (first != found->begin())
+    std::nth_element(found->begin(), first, found->end(), before);
+  if (end == found->end())
+    std::sort(first, end, before);
+  else
+    std::partial_sort(first, end, found->end(), before);
   return true;
 }
 
@@ -160,12 +205,10 @@ bool add_item(result_set_s *page, const Entry &entry) {
   return result_get_nb_elements(page) > before;
 }
 
-/* Items [first, end) of `found`, or of the whole catalogue when null. */
-void answer_page(const std::vector<long> *found, long total, long limit,
-                 long offset, Response &res) {
-  /* A limit of 0, as a fresh ListInfo has, means the rest of the list. */
-  long first = std::min(total, offset);
-  long end = limit == 0 ? total : std::min(total, first + limit);
+/* The span's items of `found`, or of the whole catalogue when null. */
+void answer_page(const std::vector<int32_t> *found, long total, Span span,
+                 Response &res) {
+  auto [first, end] = span;
   std::unique_ptr<result_set_s, void (*)(void *)> page(
       result_set_new("Item", Item_deleter, Item_deserialize, Item_serialize,
                      Item_copier),
@@ -212,10 +255,12 @@ void list_items(long count, const std::string &body, Response &res) {
   const char *order_by = ordering_getOrder_by(listinfo_getOrder(info.get()));
   /* The whole catalogue in its own order: only the page is made. */
   if (wanted.empty() && (order_by == nullptr || *order_by == '\0'))
-    return answer_page(nullptr, count, limit, offset, res);
-  std::vector<long> found = filter(count, wanted);
-  if (sort(info.get(), &found, res))
-    answer_page(&found, static_cast<long>(found.size()), limit, offset, res);
+    return answer_page(nullptr, count, span_of(count, limit, offset), res);
+  std::vector<int32_t> found = filter(count, wanted);
+  long total = static_cast<long>(found.size());
+  Span span = span_of(total, limit, offset);
+  if (sort(info.get(), span, &found, res))
+    answer_page(&found, total, span, res);
 }
 
 } // namespace devserver

@@ -31,6 +31,9 @@ const char *const preamble =
     " * comment gives the wire name where the C name differs. A call that\n"
     " * takes one ListInfo and gives a ResultSet also has call_each, which\n"
     " * walks the whole collection page by page, one page held at a time.\n"
+    " * A walk ends at the collection's total, after an empty or short page,\n"
+    " * when the callback stops it, or at a call that fails; items added or\n"
+    " * removed while it runs may be handed over twice or skipped.\n"
     " */\n";
 
 std::string guard(const std::string &base) {

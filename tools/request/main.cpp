@@ -76,7 +76,7 @@ void usage(FILE *stream) {
       "   2  bad command line, or the body or a secret could not be read;\n"
       "      nothing was sent\n"
       "With --paginate, 0 says the walk reached the collection's end; the\n"
-      "others, that a call failed as above.\n"
+      "others, that a call failed as above (its body is not printed).\n"
       "A 401 that refuses only the request's date is handled by the library:\n"
       "it corrects its clock from the server's and sends again.\n",
       stream);

@@ -55,14 +55,34 @@ struct Walk {
   const Options &o;
   Json::Value body;
   Json::Value *query = nullptr;
+  int64_t start = 0; /* the query's offset */
   int64_t items = 0;
   long pages = 0;
   std::string printed; /* by the library, for a failed transfer */
   bool progress = isatty(STDERR_FILENO) != 0;
 };
 
+/* The progress line is cleared before the elements are printed, as
+ * standard output may be the same terminal. */
+void clear_progress(const Walk &walk) {
+  if (walk.progress && walk.pages > 0)
+    fputs("\r\033[K", stderr);
+}
+
+/* Where the walk is in the whole collection, whatever offset it began at;
+ * drawn under the page's elements, which go out first. */
+void show_progress(const Walk &walk, int32_t total) {
+  if (!walk.progress)
+    return;
+  fflush(stdout);
+  fprintf(stderr, "\r\033[K%lld / %s items (page %ld)",
+          static_cast<long long>(walk.start + walk.items),
+          total < 0 ? "?" : std::to_string(total).c_str(), walk.pages);
+}
+
 /* Prints the page's elements; false when the reply holds no ResultSet. */
-bool print_page(const std::string &reply, velmora::detail::Page *page) {
+bool print_page(const std::string &reply, const Walk &walk,
+                velmora::detail::Page *page) {
   Json::Value document;
   Json::Value *set = nullptr;
   if (velmora_tools::parse_json(reply, velmora_tools::Strictness::strict,
@@ -75,6 +95,7 @@ bool print_page(const std::string &reply, velmora::detail::Page *page) {
   const Json::Value &total = (*set)["__total_items__"];
   page->count = static_cast<int32_t>(elements.size());
   page->total = total.isInt() ? total.asInt() : -1;
+  clear_progress(walk);
   for (const Json::Value &element : elements) {
     std::string line = velmora_tools::one_line(element) + "\n";
     fwrite(line.data(), 1, line.size(), stdout);
@@ -94,15 +115,11 @@ int fetch(Walk &walk, int32_t offset, int32_t limit,
                    velmora_tools::one_line(walk.body), &reply, &walk.printed);
   if (result != 0)
     return result;
-  if (!print_page(reply, page))
+  if (!print_page(reply, walk, page))
     return no_result_set;
   walk.items += page->handed;
   walk.pages++;
-  if (walk.progress)
-    fprintf(stderr, "\r%lld / %s items (page %ld)",
-            static_cast<long long>(walk.items),
-            page->total < 0 ? "?" : std::to_string(page->total).c_str(),
-            walk.pages);
+  show_progress(walk, page->total);
   return 0;
 }
 
@@ -114,10 +131,10 @@ int paginate(client_context_s *context, const Options &o,
   walk.query = query_of(walk.body, o.body);
   if (walk.query == nullptr)
     return exit_usage;
-  int32_t start = (*walk.query)["offset"].asInt();
+  walk.start = (*walk.query)["offset"].asInt();
   int result = velmora::detail::walk_pages(
-      start, static_cast<int32_t>(o.page_size), nullptr,
-      [&](int32_t offset, int32_t limit, velmora::detail::Page *page) {
+      static_cast<int32_t>(walk.start), static_cast<int32_t>(o.page_size),
+      nullptr, [&](int32_t offset, int32_t limit, velmora::detail::Page *page) {
         return fetch(walk, offset, limit, page);
       });
   fflush(stdout);
@@ -134,7 +151,7 @@ int paginate(client_context_s *context, const Options &o,
   fprintf(stderr,
           "velmora-request: the walk stopped at offset %lld, after %lld "
           "items\n",
-          static_cast<long long>(start) + walk.items,
+          static_cast<long long>(walk.start + walk.items),
           static_cast<long long>(walk.items));
   return status;
 }

@@ -21,14 +21,16 @@ struct Page {
 
 /* Where the next page starts, or false when the walk is over: after an
  * empty page, a page short of a set `limit` (0 asks for the rest), at the
- * smallest total any page gave, or where offsets would overflow. Every
- * page that goes on moves the offset forward and the smallest total never
- * grows, so a server that never reaches its total still ends the walk. */
+ * smallest total any page gave, or where offsets would overflow. A page
+ * from a negative offset is the last: where the server began it is not
+ * known. Every page that goes on moves the offset forward and the smallest
+ * total never grows, so a server that never reaches its total still ends
+ * the walk. */
 inline bool next_page(const Page &page, int32_t limit, int32_t *offset,
                       int32_t *bound) {
   if (page.total >= 0 && page.total < *bound)
     *bound = page.total;
-  if (page.count <= 0 || (limit > 0 && page.count < limit))
+  if (page.count <= 0 || (limit > 0 && page.count < limit) || *offset < 0)
     return false;
   if (page.count > std::numeric_limits<int32_t>::max() - *offset)
     return false;
