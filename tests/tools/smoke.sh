@@ -44,6 +44,7 @@ done <<'TABLE'
 2|only one of the body and the secrets|--user u --password-file - /echo -
 2|standard input is closed; nothing was sent|/echo - <&-
 22|an HTTP error other than 200 and 401|--user u --password pw /nowhere x
+8|answered without a ResultSet|--user u --password pw --paginate /echo '{"q": {"__type__": "ListInfo"}}'
 67|refused the credentials (401, auth_error 2): the date was not the cause|--user u --password wrong /echo x
 67|refused the credentials (401, auth_error 2)|--user nobody --password pw /echo x
 67|it was not signed; give --user with --password or --token|/echo x
@@ -95,10 +96,16 @@ ids=$(grep -o '"id":{"__type__":"Long","__value__":"[0-9]*"}' "$work/paged" | tr
 [ "$ids" = "$(seq 40)" ] && cmp -s "$work/all" "$work/paged" &&
   [ "$(refusals)" = $((before + 2)) ] ||
   fail "paginate printed: $(head -c 300 "$work/paged")"
-"$devserver" --port 0 --user u --password pw --fault /items/list:status=500,after=2 \
+"$devserver" --port 0 --user u --password pw --items 41 --fault /items/list:status=500,after=3 \
   >"$work/port2" 2>/dev/null &
 second=$!
 for _ in $(seq 200); do [ -s "$work/port2" ] && break; sleep 0.05; done
+# Past the fortieth item the names come again with a number, a second on.
+found=$("$request" --port "$(head -n 1 "$work/port2")" --user u --password pw /items/list \
+  '{"list_info": {"__type__": "ListInfo", "__properties__": {"search_parameters":
+  {"__type__": "Dict", "__sub_type__": "Unicode",
+   "__elements__": {"name": "agate-1", "created": "1700000001"}}}}}') || fail "search: exit $?"
+grep -q '"__total_items__":1' <<<"$found" || fail "item 41 is not agate-1 a second on: $found"
 got=0
 walk "$(head -n 1 "$work/port2")" 7 >"$work/cut" 2>"$work/err" || got=$?
 kill "$second"
