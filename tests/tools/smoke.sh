@@ -41,6 +41,7 @@ done <<'TABLE'
 0|the trace below shows the credentials|--user u --password pw --verbose /echo x
 2|No such file or directory; nothing was sent|--user u --password pw /echo @"$work/nothing"
 2|--token-file: cannot read|--user u --token-file "$work/nothing" /echo x
+2|--auth-key-file: the first line of|--user u --password pw --auth-key-file /dev/null /echo x
 2|only one of the body and the secrets|--user u --password-file - /echo -
 2|standard input is closed; nothing was sent|/echo - <&-
 22|an HTTP error other than 200 and 401|--user u --password pw /nowhere x

@@ -61,7 +61,10 @@ bool read_secret(const char *name, std::string *secret, std::string *why) {
     return false;
   }
   *secret = text.substr(0, text.find_first_of("\r\n"));
-  return true;
+  /* An empty secret would sign, or accept, with the empty password. */
+  if (secret->empty())
+    *why = "the first line of \"" + std::string(name) + "\" is empty";
+  return !secret->empty();
 }
 
 bool parse_number(const std::string &text, long low, long high, long *value,

@@ -17,7 +17,8 @@ bool read_file(const std::string &name, std::string *text, std::string *why);
 bool read_input(const char *name, std::string *text, std::string *why);
 
 /* The first line of file `name` ("-": standard input), without its end;
- * false with "cannot read \"NAME\": reason" in `why`. */
+ * false with "cannot read \"NAME\": reason" in `why`, or when that line
+ * is empty. */
 bool read_secret(const char *name, std::string *secret, std::string *why);
 
 /* A decimal number in [low, high]: the whole of `text`, or its start with

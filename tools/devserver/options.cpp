@@ -167,20 +167,18 @@ const char *option_name(int option) {
 }
 
 /* The secret an option gives: its argument, or for a -file option the
- * first line of that file, which must not be empty; false after saying
- * why. */
+ * first line of that file; false after saying why. */
 bool secret_option(int option, const char *argument, std::string *secret) {
   if (option == 'w' || option == 't' || option == 'k') {
     *secret = argument;
     return true;
   }
   std::string why;
-  if (velmora_tools::read_secret(argument, secret, &why) && secret->empty())
-    why = "the first line of \"" + std::string(argument) + "\" is empty";
-  if (!why.empty())
-    fprintf(stderr, "velmora-devserver: %s: %s\n", option_name(option),
-            why.c_str());
-  return why.empty();
+  if (velmora_tools::read_secret(argument, secret, &why))
+    return true;
+  fprintf(stderr, "velmora-devserver: %s: %s\n", option_name(option),
+          why.c_str());
+  return false;
 }
 
 /* --user, --password, --token and their -file forms; false after saying

@@ -92,7 +92,8 @@ bool read_body(const char *argument, std::string *body, std::string *why) {
                                    body, why);
 }
 
-/* The first line of file `name` ("-": standard input), without its end. */
+/* The first line of file `name` ("-": standard input), without its end;
+ * an empty one is refused. */
 bool read_secret(const char *option, const char *name,
                  std::optional<std::string> *secret) {
   std::string text, why;
