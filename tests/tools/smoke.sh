@@ -97,6 +97,15 @@ ids=$(grep -o '"id":{"__type__":"Long","__value__":"[0-9]*"}' "$work/paged" | tr
 [ "$ids" = "$(seq 40)" ] && cmp -s "$work/all" "$work/paged" &&
   [ "$(refusals)" = $((before + 2)) ] ||
   fail "paginate printed: $(head -c 300 "$work/paged")"
+# On a terminal the progress line is cleared before each page's lines and
+# ends at the collection's size.
+export request port
+script -qec '"$request" --port "$port" --user u --password pw --paginate --page-size 15 \
+  /items/list "{\"list_info\": {\"__type__\": \"ListInfo\"}}"' /dev/null |
+  tr -d '\r' | sed 's/.*\x1b\[K//' >"$work/tty"
+[ "$(head -n 40 "$work/tty")" = "$(cat "$work/all")" ] &&
+  [ "$(tail -n 1 "$work/tty")" = "40 / 40 items (page 3)" ] ||
+  fail "paginate on a terminal: $(cat -v "$work/tty" | head -c 300)"
 "$devserver" --port 0 --user u --password pw --items 41 --fault /items/list:status=500,after=3 \
   >"$work/port2" 2>/dev/null &
 second=$!
