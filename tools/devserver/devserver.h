@@ -16,7 +16,6 @@
 
 #include <json/json.h>
 
-#include "common/input.h"
 #include "common/json_text.h"
 #include "common/recording.h"
 #include "common/redaction.h"
@@ -148,8 +147,6 @@ bool serve_http(const Config &config, State &state, int listener,
 
 /* Command line (options.cpp): -1 to go on, else an exit code. */
 int parse_options(int argc, char **argv, Config *config);
-/* The tools' one parse of a number (common/input.h). */
-using velmora_tools::parse_number;
 
 /* Signatures and dates (auth.cpp) */
 std::string sha1_hex(const std::string &text);

@@ -291,7 +291,8 @@ bool number_option(int option, const char *argument, Config *config) {
   for (const auto &number : numbers) {
     if (number.option != option)
       continue;
-    if (!parse_number(argument, number.low, number.high, &value)) {
+    if (!velmora_tools::parse_number(argument, number.low, number.high,
+                                     &value)) {
       fprintf(stderr, "velmora-devserver: bad %s \"%s\"\n", number.what,
               argument);
       return false;
@@ -310,7 +311,7 @@ bool number_option(int option, const char *argument, Config *config) {
 
 /* --request-timeout; false after saying why. */
 bool limit_option(const char *argument, Config *config) {
-  if (parse_number(argument, 1, 3600, &config->request_seconds))
+  if (velmora_tools::parse_number(argument, 1, 3600, &config->request_seconds))
     return true;
   fprintf(stderr,
           "velmora-devserver: --request-timeout takes seconds, 1 to 3600, "

@@ -6,6 +6,7 @@
 
 #include <curl/curl.h>
 
+#include "common/input.h"
 #include "devserver.h"
 
 namespace devserver {
@@ -103,7 +104,8 @@ bool set_upstream(const std::string &argument, Config *config,
   /* Digits only: no sign, no space. */
   if (colon == std::string::npos || colon == 0 ||
       !isdigit(static_cast<unsigned char>(argument[colon + 1])) ||
-      !parse_number(argument.substr(colon + 1), 1, 65535, &port)) {
+      !velmora_tools::parse_number(argument.substr(colon + 1), 1, 65535,
+                                   &port)) {
     *why = "--upstream takes HOST:PORT, not \"" + argument + "\"";
     return false;
   }

@@ -23,7 +23,7 @@ bool fault_item(const std::string &item, Fault *fault) {
   }
   if (item.rfind("status=", 0) == 0) {
     fault->kind = Fault::Kind::status;
-    if (!parse_number(item.substr(7), 100, 599, &value))
+    if (!velmora_tools::parse_number(item.substr(7), 100, 599, &value))
       return false;
     fault->status = static_cast<int>(value);
     return true;
@@ -34,15 +34,17 @@ bool fault_item(const std::string &item, Fault *fault) {
   }
   if (item.rfind("delay=", 0) == 0) {
     fault->kind = Fault::Kind::delay;
-    if (!parse_number(item.substr(6), 0, 3600000, &value, &rest))
+    if (!velmora_tools::parse_number(item.substr(6), 0, 3600000, &value, &rest))
       return false;
     fault->delay_ms = rest == "ms" ? value : value * 1000;
     return rest == "s" || rest == "ms";
   }
   if (item.rfind("first=", 0) == 0)
-    return parse_number(item.substr(6), 1, LONG_MAX, &fault->first);
+    return velmora_tools::parse_number(item.substr(6), 1, LONG_MAX,
+                                       &fault->first);
   if (item.rfind("after=", 0) == 0)
-    return parse_number(item.substr(6), 1, LONG_MAX, &fault->after);
+    return velmora_tools::parse_number(item.substr(6), 1, LONG_MAX,
+                                       &fault->after);
   return false;
 }
 
